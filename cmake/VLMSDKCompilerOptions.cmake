@@ -1,0 +1,17 @@
+# Warning flags and sanitizers shared by every target of the project.
+
+add_library(vlmsdk_warnings INTERFACE)
+target_compile_options(vlmsdk_warnings INTERFACE -Wall -Wextra -Wpedantic -Werror)
+
+if(VLMSDK_SANITIZE)
+  set(_vlmsdk_san_flags -fsanitize=${VLMSDK_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_compile_options(${_vlmsdk_san_flags})
+  add_link_options(-fsanitize=${VLMSDK_SANITIZE})
+endif()
+
+# vlmsdk_apply_warnings(<target>...): private warning flags for the project's own targets.
+function(vlmsdk_apply_warnings)
+  foreach(t IN LISTS ARGN)
+    target_link_libraries(${t} PRIVATE $<BUILD_INTERFACE:vlmsdk_warnings>)
+  endforeach()
+endfunction()

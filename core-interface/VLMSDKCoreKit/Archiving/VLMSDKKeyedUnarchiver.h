@@ -1,0 +1,41 @@
+#pragma once
+
+#include <Velmora_Errors/VLMError.h>
+#include <VLMSDKCoreKit/VLMSDKClass.h>
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string_view>
+
+/// Reads one keyed archive written by VLMSDKKeyedArchiver. Never throws and never reads out of bounds:
+/// bytes that are truncated, corrupted, of another format version or of another class make it fail with
+/// an error of kVLMSDKArchiveErrorDomain, after which every decode answers absent.
+class VLMSDKKeyedUnarchiver {
+public:
+    /// Checks the header and the checksum at once; `error()` tells if they failed.
+    explicit VLMSDKKeyedUnarchiver(std::span<const std::uint8_t> data);
+    ~VLMSDKKeyedUnarchiver();
+    VLMSDKKeyedUnarchiver(const VLMSDKKeyedUnarchiver&) = delete;
+    VLMSDKKeyedUnarchiver& operator=(const VLMSDKKeyedUnarchiver&) = delete;
+
+    bool containsValueForKey(std::string_view key) const;
+
+    /// The value under `key` in the current record, read as `kind` (nested records as `elementClass`,
+    /// restored through that class's `initWithCoder`). Absent when the key is missing; a value of another
+    /// kind fails the archive.
+    VLMSDKPropertyValue decodeValue(std::string_view key, VLMSDKPropertyKind kind, const VLMSDKClass* elementClass);
+
+    /// Restores the root record as `objectClass` (through its `initWithCoder`); nullptr and an error when
+    /// the archive holds another class or is damaged.
+    std::shared_ptr<VLMSDKRootObject> decodeRootObject(const VLMSDKClass& objectClass);
+
+    /// The first failure met, or nullptr.
+    const VLMErrorPtr& error() const;
+    /// Records a failure (the first one is kept).
+    void failWithError(VLMErrorPtr error);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <Velmora_Errors/VLMError.h>
+#include <VLMSDKCoreKit/VLMSDKRootObject.h>
+
+#include <memory>
+
+/// The outcome of mapping one JSON object: a record, or the error that says why there is none.
+class VLMSDKMappingResult {
+public:
+    VLMSDKMappingResult(std::shared_ptr<VLMSDKRootObject> result, VLMErrorPtr error)
+        : result_(std::move(result)), error_(std::move(error)) {}
+
+    const std::shared_ptr<VLMSDKRootObject>& result() const { return result_; }
+    const VLMErrorPtr& error() const { return error_; }
+
+    /// The record as `T`, or nullptr when there is none or it is of another class.
+    template <class T>
+    std::shared_ptr<T> resultAs() const { return std::dynamic_pointer_cast<T>(result_); }
+
+private:
+    std::shared_ptr<VLMSDKRootObject> result_;
+    VLMErrorPtr error_;
+};

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <VLMSDKCoreKit/Mapping/VLMSDKAttributeMappingBlock.h>
+#include <VLMSDKCoreKit/VLMSDKClass.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// A declarative description of how one JSON object becomes one record of a class: which JSON key fills
+/// which property, through which transform. Built once, then only read (by any number of threads).
+class VLMSDKObjectMapping {
+public:
+    enum class EntryKind { Plain, Transformed, HasMany };
+
+    struct Entry {
+        EntryKind kind;
+        std::string jsonKey;
+        const VLMSDKProperty* property;            ///< resolved in the mapped class when the entry is added
+        VLMSDKAttributeMappingBlock mappingBlock;  ///< Transformed entries
+        const VLMSDKClass* elementClass;           ///< HasMany entries
+    };
+
+    /// A new, empty description for records of `objectClass`.
+    static std::shared_ptr<VLMSDKObjectMapping> mappingForClass(const VLMSDKClass& objectClass);
+
+    explicit VLMSDKObjectMapping(const VLMSDKClass& objectClass);
+
+    /// Adds one plain entry per pair (JSON key -> property name): the JSON value is stored unchanged.
+    void mapJSONKeysToThePropertyKeys(const std::map<std::string, std::string>& jsonKeysToPropertyKeys);
+
+    /// Adds one entry whose JSON value goes through `mappingBlock` before it is stored.
+    void mapJSONKey(const std::string& key, const std::string& toTheProperyName,
+                    VLMSDKAttributeMappingBlock mappingBlock);
+
+    /// Adds one entry whose JSON value is an array of objects, each mapped into a record of `objectClass`
+    /// with that class's own object mapping; the property receives the records in JSON order.
+    void mapHasManyRelationshipOfClass(const VLMSDKClass& objectClass, const std::string& fromJSONKey,
+                                       const std::string& toThePropertyName);
+
+    const VLMSDKClass& objectClass() const { return *objectClass_; }
+    const std::vector<Entry>& entries() const { return entries_; }
+
+private:
+    const VLMSDKProperty* resolve(const std::string& propertyName) const;
+
+    const VLMSDKClass* objectClass_;
+    std::vector<Entry> entries_;
+};

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <VLMSDKCoreKit/Mapping/VLMSDKAttributeMappingBlock.h>
+
+/// The platform-identifier transform provider.
+class VLMSDKVelmoraIDMapping {
+public:
+    /// Text as it is; a JSON integer (signed or unsigned) as its decimal text; anything else, a fractional
+    /// number included, fails the mapping.
+    static VLMSDKAttributeMappingBlock velmoraIDAttributeMappingBlock();
+};

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <Velmora_Errors/VLMError.h>
+#include <VLMSDKCoreKit/VLMSDKJSON.h>
+#include <VLMSDKCoreKit/VLMSDKURLResponse.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+/// Judges one reply: no transport error, a 2xx status and, when keys are required, a JSON object that
+/// holds every one of them. Logs the pass message (level Info) or the fail message (level Error) through
+/// the console logger. Usable on any thread; one validator serves one reply.
+class VLMSDKAPIManagerResponseValidator {
+public:
+    static std::shared_ptr<VLMSDKAPIManagerResponseValidator> validatorForResponse(
+        std::shared_ptr<const VLMSDKURLResponse> response, std::shared_ptr<const VLMSDKJSON> responseJSON,
+        VLMErrorPtr responseError);
+
+    VLMSDKAPIManagerResponseValidator(std::shared_ptr<const VLMSDKURLResponse> response,
+                                      std::shared_ptr<const VLMSDKJSON> responseJSON, VLMErrorPtr responseError);
+
+    void setPassesLogMessage(std::string message) { passesLogMessage_ = std::move(message); }
+    void setFailsLogMessage(std::string message) { failsLogMessage_ = std::move(message); }
+    void setRequiredJSONKeys(std::vector<std::string> keys) { requiredJSONKeys_ = std::move(keys); }
+
+    /// True when the reply may be mapped. On false, stores the reason through `error` (when given):
+    /// the transport error as it came; otherwise an error of kVLMSDKResponseErrorDomain carrying the HTTP
+    /// status and, when the reply body held one ("error": {"message": ...} or "message"), the server's
+    /// message, which then is also the error's user message.
+    bool validate(VLMErrorPtr* error);
+
+private:
+    VLMErrorPtr failure() const;
+
+    std::shared_ptr<const VLMSDKURLResponse> response_;
+    std::shared_ptr<const VLMSDKJSON> responseJSON_;
+    VLMErrorPtr responseError_;
+    std::string passesLogMessage_;
+    std::string failsLogMessage_;
+    std::vector<std::string> requiredJSONKeys_;
+};

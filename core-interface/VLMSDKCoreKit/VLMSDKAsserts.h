@@ -1,0 +1,24 @@
+#pragma once
+
+#include <VLMSDKCoreKit/VLMSDKAssertionHandler.h>
+
+#include <memory>
+#include <optional>
+#include <VLMSDKCoreKit/VLMSDKSourceLocation.h>
+#include <string>
+
+/// The SDK's assertion entry points. They forward to the installed handler and always return; the
+/// default handler writes one console log line (level Error).
+class VLMSDKAsserts {
+public:
+    /// Reports a failed argument check.
+    static void handleParameterAssert(const std::string& condition, const std::optional<std::string>& withMessage,
+                                      VLMSDKSourceLocation location = VLMSDKSourceLocation::current());
+
+    /// Reports a failed assertion with a printf-style message.
+    static void handleAssertWithMessage(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+    /// Installs `handler` for all threads (nullptr restores the default). Safe while others assert.
+    static void setHandler(std::shared_ptr<VLMSDKAssertionHandler> handler);
+    static std::shared_ptr<VLMSDKAssertionHandler> handler();
+};

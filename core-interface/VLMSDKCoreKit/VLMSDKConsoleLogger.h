@@ -1,0 +1,26 @@
+#pragma once
+
+#include <VLMSDKCoreKit/VLMSDKLogger.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+
+/// Writes each line, whole, to standard error; or, once a host or test sets a sink, hands it there.
+class VLMSDKConsoleLogger final : public VLMSDKLogger {
+public:
+    using Sink = std::function<void(const VLMSDKLogRecord&)>;
+
+    static VLMSDKConsoleLogger& sharedLogger();
+
+    /// Sends lines to `sink` instead of standard error (an empty sink restores standard error).
+    /// The sink is called on the logging thread, one line at a time.
+    void setSink(Sink sink);
+
+private:
+    VLMSDKConsoleLogger();
+    void write(VLMSDKLogRecord&& record) override;
+
+    std::mutex mutex_;
+    std::shared_ptr<const Sink> sink_;
+};

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <VLMSDKCoreKit/Mapping/VLMSDKObjectMapping.h>
+#include <VLMSDKCoreKit/VLMSDKRootObject.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+/// An item to charge to a bill: which item (the venue's catalog identifier) and how many.
+/// Serialized as {"item_id": text, "quantity": number}.
+class VLMSDKDeliverableCountableItem : public VLMSDKRootObject {
+public:
+    VLMSDKDeliverableCountableItem() = default;
+    VLMSDKDeliverableCountableItem(std::string itemID, double count);
+
+    const std::optional<std::string>& itemID() const { return itemID_; }
+    void setItemID(std::optional<std::string> itemID) { itemID_ = std::move(itemID); }
+    const std::optional<double>& count() const { return count_; }
+    void setCount(std::optional<double> count) { count_ = count; }
+
+    static const VLMSDKClass& classDescriptor();
+    const VLMSDKClass& objectClass() const override;
+    /// How an item is written into a request body; built once.
+    static std::shared_ptr<const VLMSDKObjectMapping> serializationMapping();
+    std::string description() const override;
+
+private:
+    std::optional<std::string> itemID_;
+    std::optional<double> count_;
+};

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <Velmora_Errors/VLMError.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// One HTTP request, made by a request builder and handed to a request manager. Immutable once made.
+///
+/// A request the builder could not make properly (a path that cannot stand in a URL, say) still exists,
+/// so that the failure reaches the caller through the normal reply path: it carries `buildError()`, and a
+/// request manager answers it with that error without touching the network.
+class VLMSDKRequest {
+public:
+    using Headers = std::vector<std::pair<std::string, std::string>>;
+
+    struct Parts {
+        std::string method;                 ///< "GET", "POST", "PATCH", ...
+        std::string path;                   ///< the path the operation asked for, relative to the base URL
+        std::string url;                    ///< the absolute URL
+        Headers headers;
+        std::optional<std::string> body;    ///< the serialized body (JSON text), when there is one
+        VLMErrorPtr buildError;
+    };
+
+    explicit VLMSDKRequest(Parts parts) : parts_(std::move(parts)) {}
+
+    const std::string& method() const { return parts_.method; }
+    const std::string& path() const { return parts_.path; }
+    const std::string& url() const { return parts_.url; }
+    const Headers& headers() const { return parts_.headers; }
+    const std::optional<std::string>& body() const { return parts_.body; }
+    const VLMErrorPtr& buildError() const { return parts_.buildError; }
+
+    /// The first header named `name` (ASCII case-insensitive), if any.
+    std::optional<std::string> headerValue(std::string_view name) const;
+
+private:
+    Parts parts_;
+};

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <VLMSDKCoreKit/VLMSDKJSON.h>
+#include <VLMSDKCoreKit/VLMSDKRequest.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+/// Makes the requests of one service: base URL plus path, default headers, bearer token, JSON bodies.
+///
+/// Settings may be changed from any thread; a request takes the settings in force when it is made.
+/// The three building operations are virtual so that a host or a test can record or adjust requests.
+class VLMSDKRequestBuilder {
+public:
+    /// Answers the bearer token for the next request, or nothing for none. Called on the building thread.
+    using TokenProvider = std::function<std::optional<std::string>()>;
+
+    /// `baseURL` is an http or https URL; a missing trailing slash is added. A base URL that is not
+    /// http(s) makes every request carry a build error.
+    explicit VLMSDKRequestBuilder(std::string baseURL);
+    virtual ~VLMSDKRequestBuilder() = default;
+
+    /// A GET request for `path`; `parameters`, a JSON object, become the query string.
+    virtual std::shared_ptr<const VLMSDKRequest> GETWithPath(const std::string& path,
+                                                             const std::optional<VLMSDKJSON>& parameters);
+    /// A POST request whose JSON body is `parameters` (no body when absent).
+    virtual std::shared_ptr<const VLMSDKRequest> POSTWithPath(const std::string& path,
+                                                              const std::optional<VLMSDKJSON>& parameters);
+    /// A PATCH request whose JSON body is `parameters` (no body when absent).
+    virtual std::shared_ptr<const VLMSDKRequest> PATCHWithPath(const std::string& path,
+                                                               const std::optional<VLMSDKJSON>& parameters);
+
+    std::string baseURL() const;
+    /// A fixed bearer token (absent: none). A token provider, when set, wins over it.
+    void setAccessToken(std::optional<std::string> token);
+    void setTokenProvider(TokenProvider provider);
+    /// Sets (or, with an absent value, removes) a header sent with every request.
+    void setDefaultHeader(const std::string& name, std::optional<std::string> value);
+    VLMSDKRequest::Headers defaultHeaders() const;
+
+    /// "VLMSDKPMSKit/<version>": the User-Agent sent by default.
+    static std::string defaultUserAgent();
+
+protected:
+    /// Builds a request of any method; the three operations above call it.
+    std::shared_ptr<const VLMSDKRequest> requestWithMethod(const std::string& method, const std::string& path,
+                                                           const std::optional<VLMSDKJSON>& parameters,
+                                                           bool parametersInQuery);
+
+private:
+    mutable std::mutex mutex_;
+    std::string baseURL_;
+    std::optional<std::string> accessToken_;
+    TokenProvider tokenProvider_;
+    VLMSDKRequest::Headers defaultHeaders_;
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+class VLMSDKClass;
+
+/// The root of every SDK object that is described by a class descriptor (records, kit entries).
+class VLMSDKRootObject {
+public:
+    virtual ~VLMSDKRootObject() = default;
+
+    /// The descriptor of the object's own (most derived) class.
+    virtual const VLMSDKClass& objectClass() const = 0;
+
+    /// Text for logs; by default "<ClassName: 0x...>".
+    virtual std::string description() const;
+
+protected:
+    VLMSDKRootObject() = default;
+    VLMSDKRootObject(const VLMSDKRootObject&) = default;
+    VLMSDKRootObject& operator=(const VLMSDKRootObject&) = default;
+};
+
+/// Streams `description()`.
+std::ostream& operator<<(std::ostream& stream, const VLMSDKRootObject& object);

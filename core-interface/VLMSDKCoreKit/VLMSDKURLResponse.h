@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/// What the server answered, besides the body: the URL, the HTTP status and the headers.
+class VLMSDKURLResponse {
+public:
+    using Headers = std::vector<std::pair<std::string, std::string>>;
+
+    VLMSDKURLResponse(std::string url, long statusCode, Headers headers = {})
+        : url_(std::move(url)), statusCode_(statusCode), headers_(std::move(headers)) {}
+
+    const std::string& url() const { return url_; }
+    long statusCode() const { return statusCode_; }
+    const Headers& headers() const { return headers_; }
+
+    /// The first header named `name` (ASCII case-insensitive), if any.
+    std::optional<std::string> headerValue(std::string_view name) const;
+
+private:
+    std::string url_;
+    long statusCode_;
+    Headers headers_;
+};

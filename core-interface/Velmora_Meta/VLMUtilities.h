@@ -1,0 +1,25 @@
+#pragma once
+
+#include <Velmora_Errors/VLMError.h>
+#include <VLMSDKCoreKit/VLMSDKJSON.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+/// Small nil-safe helpers shared by the SDK's libraries.
+class VLMUtilities {
+public:
+    /// Stores `setError` through `error` when the caller gave an out-parameter; does nothing otherwise.
+    static void error(VLMErrorPtr* error, VLMErrorPtr setError);
+
+    /// Puts `setObject` under `forKey` in the JSON object `dictionary`; an absent value leaves the key out,
+    /// and so does a number that is not finite (JSON cannot hold it).
+    /// A `dictionary` that is not an object (null included) becomes an empty object first.
+    static void dictionary(VLMSDKJSON& dictionary, const std::optional<std::string>& setObject, std::string_view forKey);
+    static void dictionary(VLMSDKJSON& dictionary, const std::optional<double>& setObject, std::string_view forKey);
+    static void dictionary(VLMSDKJSON& dictionary, const std::optional<VLMSDKJSON>& setObject, std::string_view forKey);
+
+    /// String equality that accepts absent strings: two absent strings are equal, absent and present are not.
+    static bool string(const std::optional<std::string>& string, const std::optional<std::string>& isEqualToString);
+};

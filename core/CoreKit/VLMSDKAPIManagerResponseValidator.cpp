@@ -1,0 +1,88 @@
+#include <VLMSDKCoreKit/VLMSDKAPIManagerResponseValidator.h>
+#include <VLMSDKCoreKit/VLMSDKConsoleLogger.h>
+
+namespace {
+
+// The server's own words, from {"error": {"message": ...}}, {"error": "..."} or {"message": ...}.
+std::optional<std::string> serverMessage(const std::shared_ptr<const VLMSDKJSON>& json) {
+    if (!json || !json->is_object()) return std::nullopt;
+    if (auto error = json->find("error"); error != json->end()) {
+        if (error->is_string()) return error->get<std::string>();
+        if (error->is_object()) {
+            if (auto message = error->find("message"); message != error->end() && message->is_string()) {
+                return message->get<std::string>();
+            }
+        }
+    }
+    if (auto message = json->find("message"); message != json->end() && message->is_string()) {
+        return message->get<std::string>();
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::shared_ptr<VLMSDKAPIManagerResponseValidator> VLMSDKAPIManagerResponseValidator::validatorForResponse(
+    std::shared_ptr<const VLMSDKURLResponse> response, std::shared_ptr<const VLMSDKJSON> responseJSON,
+    VLMErrorPtr responseError) {
+    return std::make_shared<VLMSDKAPIManagerResponseValidator>(std::move(response), std::move(responseJSON),
+                                                               std::move(responseError));
+}
+
+VLMSDKAPIManagerResponseValidator::VLMSDKAPIManagerResponseValidator(std::shared_ptr<const VLMSDKURLResponse> response,
+                                                                     std::shared_ptr<const VLMSDKJSON> responseJSON,
+                                                                     VLMErrorPtr responseError)
+    : response_(std::move(response)), responseJSON_(std::move(responseJSON)), responseError_(std::move(responseError)) {}
+
+bool VLMSDKAPIManagerResponseValidator::validate(VLMErrorPtr* error) {
+    auto& logger = VLMSDKConsoleLogger::sharedLogger();
+    VLMErrorPtr failed = failure();
+    if (failed) {
+        logger.logWithLevel(static_cast<int>(VLMSDKLogLevel::Error), __FILE__, __LINE__, __func__, "%s %s",
+                            failsLogMessage_.c_str(), failed->developerMessage().c_str());
+        if (error) *error = std::move(failed);
+        return false;
+    }
+    logger.logWithLevel(static_cast<int>(VLMSDKLogLevel::Info), __FILE__, __LINE__, __func__, "%s",
+                        passesLogMessage_.c_str());
+    return true;
+}
+
+VLMErrorPtr VLMSDKAPIManagerResponseValidator::failure() const {
+    if (responseError_) return responseError_;
+
+    VLMError::Details details;
+    details.domain = kVLMSDKResponseErrorDomain;
+    details.functionName = __func__;
+    details.fileName = __FILE__;
+    auto make = [&](VLMErrorCode code, std::string message) {
+        details.code = code;
+        details.developerMessage = std::move(message);
+        return std::make_shared<const VLMError>(std::move(details));
+    };
+
+    if (!response_) return make(VLMErrorCode::InvalidResponse, "No response came with the reply.");
+    details.httpStatusCode = response_->statusCode();
+    const long status = response_->statusCode();
+    if (status < 200 || status > 299) {
+        details.serverMessage = serverMessage(responseJSON_);
+        std::string message = "The service answered HTTP " + std::to_string(status);
+        if (details.serverMessage) {
+            message += ": " + *details.serverMessage;
+            details.userMessage = *details.serverMessage;
+        } else {
+            message += ".";
+        }
+        return make(VLMErrorCode::HTTPStatus, std::move(message));
+    }
+    if (requiredJSONKeys_.empty()) return nullptr;
+    if (!responseJSON_ || !responseJSON_->is_object()) {
+        return make(VLMErrorCode::InvalidResponse, "The reply is not a JSON object.");
+    }
+    for (const auto& key : requiredJSONKeys_) {
+        if (!responseJSON_->contains(key)) {
+            return make(VLMErrorCode::MissingRequiredKey, "The reply lacks the key '" + key + "'.");
+        }
+    }
+    return nullptr;
+}

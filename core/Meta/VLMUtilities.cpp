@@ -1,0 +1,38 @@
+#include <Velmora_Meta/VLMUtilities.h>
+
+#include <cmath>
+
+namespace {
+
+VLMSDKJSON& asObject(VLMSDKJSON& dictionary) {
+    if (!dictionary.is_object()) dictionary = VLMSDKJSON::object();
+    return dictionary;
+}
+
+}  // namespace
+
+void VLMUtilities::error(VLMErrorPtr* error, VLMErrorPtr setError) {
+    if (error) *error = std::move(setError);
+}
+
+void VLMUtilities::dictionary(VLMSDKJSON& dictionary, const std::optional<std::string>& setObject,
+                              std::string_view forKey) {
+    if (setObject) asObject(dictionary)[std::string(forKey)] = *setObject;
+}
+
+void VLMUtilities::dictionary(VLMSDKJSON& dictionary, const std::optional<double>& setObject,
+                              std::string_view forKey) {
+    if (!setObject) return;
+    // JSON has no NaN or infinity; such an amount is left out rather than sent as null.
+    if (!std::isfinite(*setObject)) return;
+    asObject(dictionary)[std::string(forKey)] = *setObject;
+}
+
+void VLMUtilities::dictionary(VLMSDKJSON& dictionary, const std::optional<VLMSDKJSON>& setObject,
+                              std::string_view forKey) {
+    if (setObject) asObject(dictionary)[std::string(forKey)] = *setObject;
+}
+
+bool VLMUtilities::string(const std::optional<std::string>& string, const std::optional<std::string>& isEqualToString) {
+    return string == isEqualToString;
+}

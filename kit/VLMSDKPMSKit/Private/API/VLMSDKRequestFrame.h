@@ -1,0 +1,151 @@
+#pragma once
+
+#include <VLMSDKPMSKit/Public/API/Requests/VLMSDKRequestInfo.h>
+
+#include <Velmora_Errors/VLMError.h>
+#include <VLMSDKCoreKit/VLMSDKAPIManager.h>
+#include <VLMSDKCoreKit/VLMSDKAPIManagerResponseValidator.h>
+#include <VLMSDKCoreKit/VLMSDKAsserts.h>
+#include <VLMSDKCoreKit/VLMSDKConsoleLogger.h>
+#include <VLMSDKCoreKit/VLMSDKMainQueue.h>
+#include <VLMSDKCoreKit/VLMSDKRemoteLogger.h>
+#include <VLMSDKCoreKit/VLMSDKSourceLocation.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// The one frame every reservation operation runs through: argument check, request-description check,
+/// one request built and sent, the reply validated and finished into an outcome, and exactly one delivery
+/// to the completion on the main thread. `Result` is what the completion receives first (a record, or a
+/// success flag); `Result{}` is what it receives on failure.
+template <class Result>
+class VLMSDKRequestFrame {
+public:
+    using Completion = std::function<void(Result, VLMErrorPtr)>;
+    using Outcome = std::pair<Result, VLMErrorPtr>;
+    /// Turns a reply that passed validation into the outcome. Runs on the reply thread; stateless.
+    using Finish = Outcome (*)(const VLMSDKJSON& reply);
+
+    enum class Method { GET, POST, PATCH };
+
+    /// The fixed values of one operation.
+    struct Operation {
+        Method method;
+        const char* passesLogMessage;
+        const char* failsLogMessage;
+        std::vector<std::string> requiredJSONKeys;  ///< empty: the validator is given none
+        Finish finish;
+    };
+
+    /// Calls `completion` at once when on the main thread, otherwise posts it there (always, even when
+    /// the completion is absent). Never calls it off the main thread.
+    static void deliver(const Completion& completion, Result result, VLMErrorPtr error) {
+        if (VLMSDKMainQueue::isMainThread()) {
+            if (completion) completion(std::move(result), std::move(error));
+            return;
+        }
+        VLMSDKMainQueue::async([completion, result = std::move(result), error = std::move(error)]() mutable {
+            if (completion) completion(std::move(result), std::move(error));
+        });
+    }
+
+    /// The absent-argument path: assertion, then the required-argument error named `checkText` by the
+    /// delivery rule. On the main thread no error is built when there is no completion to receive it.
+    static void failAbsentArgument(const char* checkText, const Completion& completion,
+                                   VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
+        VLMSDKAsserts::handleParameterAssert(checkText, std::nullopt, site);
+        if (VLMSDKMainQueue::isMainThread()) {
+            if (!completion) return;
+            completion(Result{}, VLMError::requiredArgumentErrorWithName(checkText, std::nullopt, site.function,
+                                                                         site.file));
+            return;
+        }
+        VLMSDKMainQueue::async([completion, name = std::string(checkText), file = site.file] {
+            if (!completion) return;
+            const auto task = VLMSDKSourceLocation::current();
+            completion(Result{}, VLMError::requiredArgumentErrorWithName(name, std::nullopt, task.function, file));
+        });
+    }
+
+    /// Asks `requestInfo` whether it is valid. When not: writes "`logFormat`" with the error's developer
+    /// message at level 1 to the remote and then the console logger, delivers (Result{}, the error) and
+    /// answers false.
+    static bool validateLogging(const VLMSDKRequestInfo& requestInfo, const char* logFormat, const Completion& completion,
+                                VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
+        VLMErrorPtr validationError;
+        if (requestInfo.isValid(&validationError)) return true;
+        logInvalid(VLMSDKRemoteLogger::sharedLogger(), logFormat, validationError, site);
+        logInvalid(VLMSDKConsoleLogger::sharedLogger(), logFormat, validationError, site);
+        deliver(completion, Result{}, std::move(validationError));
+        return false;
+    }
+
+    /// Asks `requestInfo` (which may be absent) whether it is valid. When not: reports `assertText` to the
+    /// assertion handler, delivers (Result{}, the error, nothing for an absent request) and answers false.
+    static bool validateAsserting(const VLMSDKRequestInfo* requestInfo, const char* assertText,
+                                  const Completion& completion,
+                                  VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
+        VLMErrorPtr validationError;
+        if (requestInfo && requestInfo->isValid(&validationError)) return true;
+        VLMSDKAsserts::handleParameterAssert(assertText, std::nullopt, site);
+        deliver(completion, Result{}, std::move(validationError));
+        return false;
+    }
+
+    /// Builds the request with the operation's method on `path` with `parameters`, hands it to the
+    /// request manager and returns. The reply handler holds `completion` and nothing else.
+    static void send(const VLMSDKAPIManager& manager, const Operation& operation, const std::string& path,
+                     const std::optional<VLMSDKJSON>& parameters, Completion completion) {
+        const auto& builder = manager.requestBuilder();
+        std::shared_ptr<const VLMSDKRequest> request;
+        switch (operation.method) {
+        case Method::GET: request = builder->GETWithPath(path, parameters); break;
+        case Method::POST: request = builder->POSTWithPath(path, parameters); break;
+        case Method::PATCH: request = builder->PATCHWithPath(path, parameters); break;
+        }
+        manager.requestManager()->performDataTaskRequest(
+            std::move(request),
+            [operation = &operation, completion = std::move(completion)](std::shared_ptr<const VLMSDKJSON> json,
+                                                                         std::shared_ptr<const VLMSDKURLResponse> response,
+                                                                         VLMErrorPtr error) {
+                handleReply(*operation, completion, std::move(json), std::move(response), std::move(error));
+            });
+    }
+
+    /// "path/%@" with the identifier put in place, as it is.
+    static std::string pathWithIdentifier(const char* format, const std::string& identifier) {
+        std::string path(format);
+        if (const auto at = path.find("%@"); at != std::string::npos) path.replace(at, 2, identifier);
+        return path;
+    }
+
+private:
+    static void handleReply(const Operation& operation, const Completion& completion,
+                            std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
+                            VLMErrorPtr error) {
+        auto validator = VLMSDKAPIManagerResponseValidator::validatorForResponse(std::move(response), json,
+                                                                                 std::move(error));
+        validator->setPassesLogMessage(operation.passesLogMessage);
+        validator->setFailsLogMessage(operation.failsLogMessage);
+        if (!operation.requiredJSONKeys.empty()) validator->setRequiredJSONKeys(operation.requiredJSONKeys);
+        VLMErrorPtr validationError;
+        if (!validator->validate(&validationError)) {
+            deliver(completion, Result{}, std::move(validationError));
+            return;
+        }
+        static const VLMSDKJSON noReply;
+        auto [result, failure] = operation.finish(json ? *json : noReply);
+        deliver(completion, std::move(result), std::move(failure));
+    }
+
+    static void logInvalid(VLMSDKLogger& logger, const char* format, const VLMErrorPtr& error,
+                           const VLMSDKSourceLocation& site) {
+        const std::string message = error ? error->developerMessage() : std::string("(null)");
+        logger.logWithLevel(1, site.file, site.line, site.function, format,
+                            message.c_str());
+    }
+};

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <Velmora_Errors/VLMError.h>
+#include <VLMSDKCoreKit/VLMSDKJSON.h>
+
+/// A request description: the body of one operation, able to check itself before it is sent.
+class VLMSDKRequestInfo {
+public:
+    virtual ~VLMSDKRequestInfo() = default;
+
+    /// The request body, a JSON object. Does not validate.
+    virtual VLMSDKJSON JSONRepresentation() const = 0;
+
+    /// True when the request may be sent. Otherwise false, and the required-argument error naming the
+    /// first missing or invalid property is stored through `error` when one was given.
+    virtual bool isValid(VLMErrorPtr* error) const = 0;
+
+protected:
+    VLMSDKRequestInfo() = default;
+    VLMSDKRequestInfo(const VLMSDKRequestInfo&) = default;
+    VLMSDKRequestInfo& operator=(const VLMSDKRequestInfo&) = default;
+};
