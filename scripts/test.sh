@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Builds the project and runs every test.
+#   scripts/test.sh                                   plain build in build/
+#   scripts/test.sh --sanitize address,undefined      AddressSanitizer + UBSan build in build-asan/
+#   scripts/test.sh --sanitize thread [-R REGEX]      ThreadSanitizer build in build-tsan/, tests matching REGEX
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+sanitize=""
+filter=()
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --sanitize) sanitize="$2"; shift 2 ;;
+    -R) filter=(-R "$2"); shift 2 ;;
+    *) echo "usage: $0 [--sanitize address,undefined|thread] [-R regex]" >&2; exit 2 ;;
+  esac
+done
+
+case "$sanitize" in
+  "") dir=build ;;
+  thread) dir=build-tsan ;;
+  *) dir=build-asan ;;
+esac
+
+jobs=$(nproc 2>/dev/null || echo 2)
+cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVLMSDK_SANITIZE="$sanitize" >/dev/null
+cmake --build "$dir" -j"$jobs"
+
+export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}"
+export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
+export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}"
+ctest --test-dir "$dir" --output-on-failure -j"$jobs" "${filter[@]}"

@@ -1,0 +1,71 @@
+#include "RecordingAssertionHandler.h"
+
+#include <Velmora_Errors/VLMError.h>
+#include <Velmora_Meta/VLMUtilities.h>
+#include <VLMSDKCoreKit/VLMSDKAsserts.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+TEST(VLMError, ARequiredArgumentErrorNamesTheArgumentAndWhereItWasMade) {
+    auto error = VLMError::requiredArgumentErrorWithName("reservationID", std::nullopt, "fetch", "/x/VLMSDKThing.cpp");
+    EXPECT_EQ(error->code(), VLMErrorCode::RequiredArgument);
+    EXPECT_EQ(error->domain(), kVLMErrorDomain);
+    EXPECT_EQ(error->argumentName(), "reservationID");
+    EXPECT_EQ(error->functionName(), "fetch");
+    EXPECT_EQ(error->fileName(), "/x/VLMSDKThing.cpp");
+    EXPECT_NE(error->developerMessage().find("reservationID"), std::string::npos);
+    EXPECT_FALSE(error->userMessage().empty());
+    EXPECT_NE(error->userMessage().find("reservationID"), 0u);  // users are not shown the argument's name
+
+    auto withMessage = VLMError::requiredArgumentErrorWithName("amount", "must not be zero", nullptr, nullptr);
+    EXPECT_NE(withMessage->developerMessage().find("must not be zero"), std::string::npos);
+    EXPECT_EQ(withMessage->functionName(), "");
+}
+
+TEST(VLMUtilities, StoresAnErrorOnlyWhereTheCallerAskedForOne) {
+    auto error = VLMError::errorWithCode(VLMErrorCode::Unknown, kVLMErrorDomain, "x", nullptr, nullptr);
+    VLMErrorPtr out;
+    VLMUtilities::error(&out, error);
+    EXPECT_EQ(out, error);
+    VLMUtilities::error(nullptr, error);  // no out-parameter: nothing happens
+}
+
+TEST(VLMUtilities, PutsPresentValuesAndLeavesAbsentOnesOut) {
+    VLMSDKJSON body;
+    VLMUtilities::dictionary(body, std::optional<std::string>("Moreau"), "last_name");
+    VLMUtilities::dictionary(body, std::optional<std::string>(""), "empty");
+    VLMUtilities::dictionary(body, std::optional<std::string>(), "absent_text");
+    VLMUtilities::dictionary(body, std::optional<double>(12.5), "amount");
+    VLMUtilities::dictionary(body, std::optional<double>(), "absent_number");
+    VLMUtilities::dictionary(body, std::optional<double>(std::nan("")), "nan");
+    VLMUtilities::dictionary(body, std::optional<VLMSDKJSON>(VLMSDKJSON::array({1})), "items");
+    EXPECT_EQ(body, (VLMSDKJSON{{"last_name", "Moreau"}, {"empty", ""}, {"amount", 12.5}, {"items", {1}}}));
+}
+
+TEST(VLMUtilities, StringEqualityAcceptsAbsentStrings) {
+    using S = std::optional<std::string>;
+    struct Row { S a, b; bool equal; };
+    const Row rows[] = {{S(), S(), true}, {S("a"), S(), false}, {S(), S(""), false}, {S(""), S(""), true},
+                        {S("a"), S("a"), true}, {S("a"), S("A"), false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.a.value_or("<absent>") << " vs " << row.b.value_or("<absent>"));
+        EXPECT_EQ(VLMUtilities::string(row.a, row.b), row.equal);
+        EXPECT_EQ(VLMUtilities::string(row.b, row.a), row.equal);
+    }
+}
+
+TEST(VLMSDKAsserts, ForwardToTheInstalledHandlerAndReturn) {
+    auto handler = RecordingAssertionHandler::install();
+    VLMSDKAsserts::handleParameterAssert("requestInfo", std::nullopt);
+    VLMSDKAsserts::handleAssertWithMessage("Configuration must have %s in kits array", "VLMSDKPMSKit");
+    RecordingAssertionHandler::uninstall();
+    VLMSDKAsserts::handleAssertWithMessage("the default handler logs and returns");
+    const auto calls = handler->calls();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_TRUE(calls[0].isParameterAssert);
+    EXPECT_EQ(calls[0].text, "requestInfo");
+    EXPECT_NE(calls[0].file.find("ErrorAndUtilitiesTests.cpp"), std::string::npos);
+    EXPECT_EQ(calls[1].text, "Configuration must have VLMSDKPMSKit in kits array");
+}

@@ -1,0 +1,117 @@
+#include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+TEST(RequestBuilder, JoinsTheBaseURLAndThePathWithOneSlash) {
+    struct Row { const char* base; const char* path; const char* url; };
+    const Row rows[] = {
+        {"http://127.0.0.1:8080", "guest/reservations/abc", "http://127.0.0.1:8080/guest/reservations/abc"},
+        {"http://127.0.0.1:8080/", "guest/reservations", "http://127.0.0.1:8080/guest/reservations"},
+        {"https://svc.example/api/v2/", "/guest/reservations/", "https://svc.example/api/v2/guest/reservations/"},
+        {"HTTPS://svc.example/api", "guest/reservations//folio", "HTTPS://svc.example/api/guest/reservations//folio"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path);
+        VLMSDKRequestBuilder builder(row.base);
+        auto request = builder.GETWithPath(row.path, std::nullopt);
+        EXPECT_EQ(request->buildError(), nullptr);
+        EXPECT_EQ(request->url(), row.url);
+        EXPECT_EQ(request->path(), row.path);
+        EXPECT_EQ(request->method(), "GET");
+        EXPECT_FALSE(request->body());
+    }
+}
+
+TEST(RequestBuilder, SendsJSONDefaultHeadersAndAUserAgentNamingTheKit) {
+    VLMSDKRequestBuilder builder("http://localhost/");
+    auto request = builder.POSTWithPath("guest/reservations", VLMSDKJSON{{"a", 1}});
+    EXPECT_EQ(request->headerValue("accept"), "application/json");
+    EXPECT_EQ(request->headerValue("Content-Type"), "application/json");
+    ASSERT_TRUE(request->headerValue("User-Agent"));
+    EXPECT_EQ(request->headerValue("User-Agent")->rfind("VLMSDKPMSKit/", 0), 0u);
+    EXPECT_FALSE(request->headerValue("Authorization"));
+
+    builder.setDefaultHeader("X-Trace", "t-1");
+    builder.setDefaultHeader("accept", std::nullopt);
+    auto second = builder.GETWithPath("x", std::nullopt);
+    EXPECT_EQ(second->headerValue("x-trace"), "t-1");
+    EXPECT_FALSE(second->headerValue("Accept"));
+}
+
+TEST(RequestBuilder, ABearerTokenComesFromTheProviderBeforeTheFixedToken) {
+    VLMSDKRequestBuilder builder("http://localhost/");
+    builder.setAccessToken("fixed");
+    EXPECT_EQ(builder.GETWithPath("x", std::nullopt)->headerValue("Authorization"), "Bearer fixed");
+    int asked = 0;
+    builder.setTokenProvider([&]() -> std::optional<std::string> { return "fresh-" + std::to_string(++asked); });
+    EXPECT_EQ(builder.GETWithPath("x", std::nullopt)->headerValue("Authorization"), "Bearer fresh-1");
+    EXPECT_EQ(builder.GETWithPath("x", std::nullopt)->headerValue("Authorization"), "Bearer fresh-2");
+    builder.setTokenProvider([]() -> std::optional<std::string> { return std::nullopt; });
+    EXPECT_FALSE(builder.GETWithPath("x", std::nullopt)->headerValue("Authorization"));
+}
+
+TEST(RequestBuilder, BodiesArePostAndPatchJSONAndGetParametersBecomeAnEscapedQuery) {
+    VLMSDKRequestBuilder builder("http://localhost/");
+    auto patch = builder.PATCHWithPath("guest/reservations/abc", VLMSDKJSON{{"notify_me", false}});
+    EXPECT_EQ(patch->method(), "PATCH");
+    ASSERT_TRUE(patch->body());
+    EXPECT_EQ(VLMSDKJSON::parse(*patch->body()), (VLMSDKJSON{{"notify_me", false}}));
+    EXPECT_FALSE(builder.PATCHWithPath("guest/reservations/abc/mobile_checkin", std::nullopt)->body());
+
+    auto get = builder.GETWithPath("search", VLMSDKJSON{{"q", "a b&c"}, {"n", 2}});
+    EXPECT_EQ(get->url(), "http://localhost/search?n=2&q=a%20b%26c");
+    EXPECT_FALSE(get->body());
+}
+
+TEST(RequestBuilder, WhatCannotStandInAURLMakesARequestThatCarriesAClearError) {
+    struct Row { const char* name; std::string base; std::string path; };
+    const Row rows[] = {
+        {"space in the identifier", "http://localhost/", "guest/reservations/a b"},
+        {"CR LF in the identifier", "http://localhost/", "guest/reservations/a\r\nX-Injected: 1"},
+        {"tab", "http://localhost/", "guest/reservations/a\tb"},
+        {"NUL", "http://localhost/", std::string("guest/reservations/a\0b", 22)},
+        {"DEL", "http://localhost/", "guest/reservations/a\x7f"},
+        {"not http", "ftp://localhost/", "guest/reservations"},
+        {"no scheme", "localhost:8080", "guest/reservations"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        VLMSDKRequestBuilder builder(row.base);
+        auto request = builder.GETWithPath(row.path, std::nullopt);
+        ASSERT_NE(request->buildError(), nullptr);
+        EXPECT_EQ(request->buildError()->code(), VLMErrorCode::InvalidRequest);
+        EXPECT_FALSE(request->buildError()->developerMessage().empty());
+    }
+    // Everything else is sent as it is.
+    VLMSDKRequestBuilder builder("http://localhost/");
+    auto odd = builder.GETWithPath("guest/reservations/%41?x=1#frag", std::nullopt);
+    EXPECT_EQ(odd->buildError(), nullptr);
+    EXPECT_EQ(odd->url(), "http://localhost/guest/reservations/%41?x=1#frag");
+}
+
+TEST(RequestBuilder, ATokenWithALineBreakOrABodyThatIsNotUTF8IsRefused) {
+    VLMSDKRequestBuilder builder("http://localhost/");
+    builder.setAccessToken("abc\r\nX-Evil: 1");
+    EXPECT_NE(builder.GETWithPath("x", std::nullopt)->buildError(), nullptr);
+    builder.setAccessToken(std::nullopt);
+    auto request = builder.POSTWithPath("x", VLMSDKJSON{{"last_name", std::string("M\xFF ller")}});
+    ASSERT_NE(request->buildError(), nullptr);
+    EXPECT_EQ(request->buildError()->code(), VLMErrorCode::InvalidRequest);
+}
+
+TEST(RequestBuilder, SettingsMayChangeWhileOtherThreadsBuild) {
+    VLMSDKRequestBuilder builder("http://localhost/");
+    std::thread writer([&] {
+        for (int i = 0; i < 500; ++i) {
+            builder.setAccessToken("t" + std::to_string(i));
+            builder.setDefaultHeader("X-N", std::to_string(i));
+        }
+    });
+    for (int i = 0; i < 500; ++i) {
+        auto request = builder.GETWithPath("x", std::nullopt);
+        EXPECT_EQ(request->buildError(), nullptr);
+    }
+    writer.join();
+}
