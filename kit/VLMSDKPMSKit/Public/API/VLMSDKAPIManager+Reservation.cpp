@@ -2,27 +2,154 @@
 
 #include <VLMSDKPMSKit/Private/API/VLMSDKRequestFrame.h>
 
+#include <VLMSDKCoreKit/Mapping/VLMSDKMapper.h>
+#include <VLMSDKPaymentKit/VLMSDKPaymentTransaction.h>
+
 namespace {
 
+using ReservationFrame = VLMSDKRequestFrame<std::shared_ptr<VLMSDKReservation>>;
 using SuccessFrame = VLMSDKRequestFrame<bool>;
+using FolioFrame = VLMSDKRequestFrame<std::shared_ptr<VLMSDKFolio>>;
+using PayFrame = VLMSDKRequestFrame<std::shared_ptr<VLMSDKPayForReservationResult>>;
+
+const VLMSDKJSON& member(const VLMSDKJSON& reply, const char* key) {
+    static const VLMSDKJSON absent;
+    if (!reply.is_object()) return absent;
+    const auto found = reply.find(key);
+    return found == reply.end() ? absent : *found;
+}
+
+template <class Record>
+std::pair<std::shared_ptr<Record>, VLMErrorPtr> mapRecord(const VLMSDKJSON& json) {
+    const auto mapped = VLMSDKMapper::objectFromJSON(json, Record::objectMapping());
+    if (auto record = mapped->template resultAs<Record>()) return {std::move(record), nullptr};
+    return {nullptr, mapped->error()};
+}
+
+ReservationFrame::Outcome reservationFromReply(const VLMSDKJSON& reply) {
+    return mapRecord<VLMSDKReservation>(member(reply, "reservation"));
+}
+
+FolioFrame::Outcome folioFromReply(const VLMSDKJSON& reply) { return mapRecord<VLMSDKFolio>(reply); }
 
 SuccessFrame::Outcome succeed(const VLMSDKJSON&) { return {true, nullptr}; }
 
-const SuccessFrame::Operation mobileCheckout{
-    SuccessFrame::Method::PATCH,
-    "Successfully did mobile checkout for reservation.",
-    "Failed to make a mobile checkout for reservation.",
-    {},
-    &succeed,
-};
+// The parts are taken as they map; a part that does not map is left out rather than failing the payment.
+PayFrame::Outcome paymentFromReply(const VLMSDKJSON& reply) {
+    auto reservation = mapRecord<VLMSDKReservation>(member(reply, "reservation")).first;
+    auto transaction = mapRecord<VLMSDKPaymentTransaction>(member(reply, "transaction")).first;
+    return {VLMSDKPayForReservationResult::initWithTransaction(std::move(transaction), std::move(reservation)), nullptr};
+}
+
+const ReservationFrame::Operation createOperation{ReservationFrame::Method::POST,
+                                                  "Successfully created reservation.",
+                                                  "Failed to create reservation.",
+                                                  {"reservation"},
+                                                  &reservationFromReply};
+const ReservationFrame::Operation fetchOperation{ReservationFrame::Method::GET,
+                                                 "Successfully fetch reservation.",
+                                                 "Failed to fetch reservation.",
+                                                 {"reservation"},
+                                                 &reservationFromReply};
+const ReservationFrame::Operation confirmOperation{ReservationFrame::Method::PATCH,
+                                                   "Successfully confirm reservation.",
+                                                   "Failed to confirm a reservation.",
+                                                   {"reservation"},
+                                                   &reservationFromReply};
+const ReservationFrame::Operation checkinOperation{ReservationFrame::Method::PATCH,
+                                                   "Successfully did mobile checkin for reservation.",
+                                                   "Failed to make a mobile checkin for reservation.",
+                                                   {"reservation"},
+                                                   &reservationFromReply};
+const SuccessFrame::Operation checkoutOperation{SuccessFrame::Method::PATCH,
+                                                "Successfully did mobile checkout for reservation.",
+                                                "Failed to make a mobile checkout for reservation.",
+                                                {},
+                                                &succeed};
+const PayFrame::Operation payOperation{PayFrame::Method::POST,
+                                       "Successfully pay for reservation.",
+                                       "Failed to pay for reservation.",
+                                       {"reservation", "transaction"},
+                                       &paymentFromReply};
+const FolioFrame::Operation fetchMasterBillOperation{FolioFrame::Method::GET,
+                                                     "Successfully fetch reservation's master bill.",
+                                                     "Failed to fetch reservation's master bill.",
+                                                     {},
+                                                     &folioFromReply};
+const FolioFrame::Operation updateMasterBillOperation{FolioFrame::Method::POST,
+                                                      "Successfully updated reservation's master bill.",
+                                                      "Failed to update reservation's master bill.",
+                                                      {},
+                                                      &folioFromReply};
 
 }  // namespace
+
+void createReservationWithRequest(const VLMSDKAPIManager& manager,
+                                  std::shared_ptr<const VLMSDKCreateReservationRequestInfo> requestInfo,
+                                  VLMSDKReservationCompletion completion) {
+    if (!requestInfo) return ReservationFrame::failAbsentArgument("requestInfo", completion);
+    if (!ReservationFrame::validateLogging(*requestInfo, "Can't create reservation. %s", completion)) return;
+    ReservationFrame::send(manager, createOperation, "guest/reservations", requestInfo->JSONRepresentation(),
+                           std::move(completion));
+}
+
+void fetchReservationWithID(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
+                            VLMSDKReservationCompletion completion) {
+    if (!reservationID) return ReservationFrame::failAbsentArgument("reservationID", completion);
+    ReservationFrame::send(manager, fetchOperation,
+                           ReservationFrame::pathWithIdentifier("guest/reservations/%@", *reservationID),
+                           std::nullopt, std::move(completion));
+}
+
+void confirmReservationWithID(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
+                              bool notifyAboutMobileCheckinOpen, VLMSDKReservationCompletion completion) {
+    if (!reservationID) return ReservationFrame::failAbsentArgument("reservationVelmoraID", completion);
+    ReservationFrame::send(manager, confirmOperation,
+                           ReservationFrame::pathWithIdentifier("guest/reservations/%@", *reservationID),
+                           VLMSDKJSON{{"notify_me", notifyAboutMobileCheckinOpen}}, std::move(completion));
+}
+
+void performMobileCheckinForReservationWithID(const VLMSDKAPIManager& manager,
+                                              const std::optional<std::string>& reservationID,
+                                              VLMSDKReservationCompletion completion) {
+    if (!reservationID) return ReservationFrame::failAbsentArgument("reservationVelmoraID", completion);
+    ReservationFrame::send(manager, checkinOperation,
+                           ReservationFrame::pathWithIdentifier("guest/reservations/%@/mobile_checkin", *reservationID),
+                           std::nullopt, std::move(completion));
+}
 
 void performMobileCheckoutForReservationWithID(const VLMSDKAPIManager& manager,
                                                const std::optional<std::string>& reservationID,
                                                VLMSDKSuccessCompletion completion) {
     if (!reservationID) return SuccessFrame::failAbsentArgument("reservationVelmoraID", completion);
-    SuccessFrame::send(manager, mobileCheckout,
+    SuccessFrame::send(manager, checkoutOperation,
                        SuccessFrame::pathWithIdentifier("guest/reservations/%@/mobile_checkout", *reservationID),
                        std::nullopt, std::move(completion));
+}
+
+void payForReservationWithRequest(const VLMSDKAPIManager& manager,
+                                  std::shared_ptr<const VLMSDKPayForReservationRequestInfo> requestInfo,
+                                  VLMSDKPayForReservationCompletion completion) {
+    if (!requestInfo) return PayFrame::failAbsentArgument("requestInfo", completion);
+    if (!PayFrame::validateLogging(*requestInfo, "Can't pay for reservation. %s", completion)) return;
+    PayFrame::send(manager, payOperation,
+                   PayFrame::pathWithIdentifier("guest/reservations/%@/transactions", *requestInfo->reservationID()),
+                   requestInfo->JSONRepresentation(), std::move(completion));
+}
+
+void fetchReservationMasterBill(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
+                                VLMSDKFolioCompletion completion) {
+    if (!reservationID) return FolioFrame::failAbsentArgument("reservationID", completion);
+    FolioFrame::send(manager, fetchMasterBillOperation,
+                     FolioFrame::pathWithIdentifier("guest/reservations/%@/folio", *reservationID), std::nullopt,
+                     std::move(completion));
+}
+
+void updateReservationMasterBillWithRequest(
+    const VLMSDKAPIManager& manager, std::shared_ptr<const VLMSDKUpdateReservationMasterBillRequestInfo> requestInfo,
+    VLMSDKFolioCompletion completion) {
+    if (!FolioFrame::validateAsserting(requestInfo.get(), "[requestInfo isValid:&validationError]", completion)) return;
+    FolioFrame::send(manager, updateMasterBillOperation,
+                     FolioFrame::pathWithIdentifier("guest/reservations/%@/charge", *requestInfo->reservationID()),
+                     requestInfo->JSONRepresentation(), std::move(completion));
 }

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <VLMSDKPMSKit/Public/API/Requests/VLMSDKRequestInfo.h>
+
+#include <optional>
+#include <string>
+
+/// One payment against a reservation with a stored credit card. The reservation goes into the request's
+/// path, the rest into its body.
+class VLMSDKPayForReservationRequestInfo : public VLMSDKRequestInfo {
+public:
+    const std::optional<std::string>& reservationID() const { return reservationID_; }
+    void setReservationID(std::optional<std::string> value) { reservationID_ = std::move(value); }
+    const std::optional<double>& amount() const { return amount_; }
+    void setAmount(std::optional<double> value) { amount_ = value; }
+    const std::optional<std::string>& currencyCode() const { return currencyCode_; }
+    void setCurrencyCode(std::optional<std::string> value) { currencyCode_ = std::move(value); }
+    const std::optional<std::string>& creditCardID() const { return creditCardID_; }
+    void setCreditCardID(std::optional<std::string> value) { creditCardID_ = std::move(value); }
+
+    /// {"credit_card_id", "amount", "currency"}; the amount as the number it is. No reservation member.
+    VLMSDKJSON JSONRepresentation() const override;
+
+    /// Tests, in this order: creditCardID non-empty, reservationID non-empty, |amount| at least the double
+    /// epsilon (absent counts 0; negative passes; NaN passes), currencyCode non-empty. The error names the
+    /// first that fails.
+    bool isValid(VLMErrorPtr* error) const override;
+
+private:
+    std::optional<std::string> reservationID_;
+    std::optional<double> amount_;
+    std::optional<std::string> currencyCode_;
+    std::optional<std::string> creditCardID_;
+};

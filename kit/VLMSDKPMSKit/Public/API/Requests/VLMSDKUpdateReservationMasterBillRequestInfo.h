@@ -1,0 +1,32 @@
+#pragma once
+
+#include <VLMSDKPMSKit/Public/API/Requests/VLMSDKRequestInfo.h>
+
+#include <VLMSDKCoreKit/VLMSDKDeliverableCountableItem.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Items to charge to a reservation's master bill. The reservation goes into the request's path, the
+/// items into its body.
+class VLMSDKUpdateReservationMasterBillRequestInfo : public VLMSDKRequestInfo {
+public:
+    using Deliverables = std::vector<std::shared_ptr<VLMSDKDeliverableCountableItem>>;
+
+    const std::optional<std::string>& reservationID() const { return reservationID_; }
+    void setReservationID(std::optional<std::string> value) { reservationID_ = std::move(value); }
+    const Deliverables& velmoraDeliverables() const { return velmoraDeliverables_; }
+    void setVelmoraDeliverables(Deliverables value) { velmoraDeliverables_ = std::move(value); }
+
+    /// {"deliverable_items": [...]}, one object per item in order, written by the item's serialization mapping.
+    VLMSDKJSON JSONRepresentation() const override;
+
+    /// Tests, in this order: reservationID non-empty, at least one item. The items themselves are not examined.
+    bool isValid(VLMErrorPtr* error) const override;
+
+private:
+    std::optional<std::string> reservationID_;
+    Deliverables velmoraDeliverables_;
+};
