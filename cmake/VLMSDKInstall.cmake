@@ -1,0 +1,30 @@
+# Installs the libraries, their headers, a CMake package (find_package(VLMSDKPMSKit) giving VLMSDK::*
+# imported targets that bring their dependencies) and a pkg-config file.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(VLMSDK_INSTALL_TARGETS VLMErrors VLMMeta VLMSDKCoreKit VLMSDKPaymentKit VLMSDKPMSKit)
+install(TARGETS ${VLMSDK_INSTALL_TARGETS} EXPORT VLMSDKPMSKitTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+# Headers: the core interface, the host-only core headers, and the kit's public headers (plus the
+# exported key tables, which live beside the private units).
+install(DIRECTORY core-interface/ core/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY kit/VLMSDKPMSKit/Public DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VLMSDKPMSKit FILES_MATCHING PATTERN "*.h")
+install(FILES kit/VLMSDKPMSKit/VLMSDKPMSKit.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VLMSDKPMSKit)
+install(FILES kit/VLMSDKPMSKit/Private/API/VLMSDKPMSAPIJSONKeyes.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/VLMSDKPMSKit/Private/API)
+
+set(VLMSDK_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VLMSDKPMSKit)
+install(EXPORT VLMSDKPMSKitTargets NAMESPACE VLMSDK:: DESTINATION ${VLMSDK_CMAKE_DIR})
+configure_package_config_file(cmake/VLMSDKPMSKitConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/VLMSDKPMSKitConfig.cmake INSTALL_DESTINATION ${VLMSDK_CMAKE_DIR})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/VLMSDKPMSKitConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/VLMSDKPMSKitConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/VLMSDKPMSKitConfigVersion.cmake DESTINATION ${VLMSDK_CMAKE_DIR})
+
+configure_file(cmake/vlmsdk-pmskit.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vlmsdk-pmskit.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vlmsdk-pmskit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
