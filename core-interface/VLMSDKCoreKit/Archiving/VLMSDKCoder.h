@@ -10,13 +10,19 @@
 #include <vector>
 
 /// Archives records by their class's `encodingProperties`, and turns records into bytes and back.
+///
+/// Each listed property is archived under its own name. A listed name the class has no property of is a
+/// programmer error: it is reported through VLMSDKAsserts and skipped, on both sides.
 class VLMSDKCoder {
 public:
-    /// Writes every property named by the record's class's `encodingProperties` into `withCoder`.
+    /// Writes every property named by the record's class's `encodingProperties` into `withCoder`, absent
+    /// values included (so that they come back absent, not as the class's defaults).
     static void encodeObject(const VLMSDKRootObject& object, VLMSDKKeyedArchiver& withCoder);
 
     /// A new record of exactly `objectClass` (made by its descriptor's factory) whose archived properties
-    /// are restored from `fromCoder`; nullptr when the archive fails.
+    /// are restored from `fromCoder`. A key the archive lacks leaves the value the factory gave. nullptr
+    /// when the archive fails (a value of another kind, a nested record that cannot be restored, a class
+    /// without a factory); `fromCoder.error()` then says why.
     static std::shared_ptr<VLMSDKRootObject> objectOfClass(const VLMSDKClass& objectClass,
                                                            VLMSDKKeyedUnarchiver& fromCoder);
 

@@ -13,7 +13,8 @@
 /// an error of kVLMSDKArchiveErrorDomain, after which every decode answers absent.
 class VLMSDKKeyedUnarchiver {
 public:
-    /// Checks the header and the checksum at once; `error()` tells if they failed.
+    /// Checks the header and the checksum at once and reads the records' layout (the bytes are copied);
+    /// `error()` tells if that failed.
     explicit VLMSDKKeyedUnarchiver(std::span<const std::uint8_t> data);
     ~VLMSDKKeyedUnarchiver();
     VLMSDKKeyedUnarchiver(const VLMSDKKeyedUnarchiver&) = delete;
@@ -27,7 +28,8 @@ public:
     VLMSDKPropertyValue decodeValue(std::string_view key, VLMSDKPropertyKind kind, const VLMSDKClass* elementClass);
 
     /// Restores the root record as `objectClass` (through its `initWithCoder`); nullptr and an error when
-    /// the archive holds another class or is damaged.
+    /// the archive holds another class (its root class name must be `objectClass`'s) or is damaged. Nested
+    /// records are restored as the class their property names, whatever class wrote them.
     std::shared_ptr<VLMSDKRootObject> decodeRootObject(const VLMSDKClass& objectClass);
 
     /// The first failure met, or nullptr.
@@ -36,6 +38,8 @@ public:
     void failWithError(VLMErrorPtr error);
 
 private:
+    VLMSDKPropertyValue decodeChecked(std::string_view key, VLMSDKPropertyKind kind, const VLMSDKClass* elementClass);
+
     struct State;
     std::unique_ptr<State> state_;
 };

@@ -10,6 +10,10 @@
 
 /// A declarative description of how one JSON object becomes one record of a class: which JSON key fills
 /// which property, through which transform. Built once, then only read (by any number of threads).
+///
+/// Property names are looked up in the class when an entry is added. A name the class lacks, a transformed
+/// entry without a transform, or a has-many entry whose property cannot hold records of the given class is
+/// a programmer error: it is reported through VLMSDKAsserts and the entry is skipped.
 class VLMSDKObjectMapping {
 public:
     enum class EntryKind { Plain, Transformed, HasMany };

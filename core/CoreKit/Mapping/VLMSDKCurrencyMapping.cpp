@@ -1,0 +1,30 @@
+#include <VLMSDKCoreKit/Mapping/VLMSDKCurrencyMapping.h>
+
+#include <string>
+
+namespace {
+
+bool isASCIISpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+
+VLMSDKMappedValue currencyCode(const VLMSDKJSON& value) {
+    const auto* text = value.get_ptr<const VLMSDKJSON::string_t*>();
+    if (!text) {
+        return VLMError::errorWithCode(VLMErrorCode::Mapping, kVLMSDKMappingErrorDomain,
+                                       std::string("a currency code must be text, not ") + value.type_name(), __func__,
+                                       __FILE__);
+    }
+    std::size_t begin = 0;
+    std::size_t end = text->size();
+    while (begin < end && isASCIISpace((*text)[begin])) ++begin;
+    while (end > begin && isASCIISpace((*text)[end - 1])) --end;
+    std::string code = text->substr(begin, end - begin);
+    // ASCII only: a locale must not change what a currency code becomes.
+    for (char& c : code) {
+        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    }
+    return VLMSDKJSON(std::move(code));
+}
+
+}  // namespace
+
+VLMSDKAttributeMappingBlock VLMSDKCurrencyMapping::currencyAttributeMappingBlock() { return &currencyCode; }
