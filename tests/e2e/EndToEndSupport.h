@@ -1,0 +1,119 @@
+#pragma once
+
+#include <VLMSDKPMSKit/VLMSDKPMSKit.h>
+
+#include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
+#include <pmssandbox/SandboxServer.h>
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace e2e {
+
+inline constexpr const char* kSandboxToken = "sandbox-token";
+
+/// One completion call, whatever the operation's result type.
+struct Delivery {
+    std::shared_ptr<VLMSDKRootObject> record;
+    bool flag = false;
+    VLMErrorPtr error;
+    bool onMainThread = false;
+    std::thread::id thread;
+};
+
+/// Collects the completion calls of one or more operations. Thread-safe, so that a call on a wrong
+/// thread is reported as such rather than as a data race; the completions share the log's state, so a
+/// late call after the log is gone is harmless.
+class DeliveryLog {
+public:
+    template <class Record>
+    std::function<void(std::shared_ptr<Record>, VLMErrorPtr)> completion() {
+        return [state = state_](std::shared_ptr<Record> record, VLMErrorPtr error) {
+            state->add(std::move(record), false, std::move(error));
+        };
+    }
+    VLMSDKSuccessCompletion flagCompletion() {
+        return [state = state_](bool flag, VLMErrorPtr error) { state->add(nullptr, flag, std::move(error)); };
+    }
+
+    std::size_t count() const;
+    Delivery at(std::size_t index) const;
+    /// The only delivery's record as `Record` (nullptr when absent or of another class).
+    template <class Record>
+    std::shared_ptr<Record> record(std::size_t index = 0) const {
+        return std::dynamic_pointer_cast<Record>(at(index).record);
+    }
+
+    /// Pumps the main queue until `expected` deliveries arrived (or a generous limit passed).
+    bool waitFor(std::size_t expected = 1) const;
+
+private:
+    struct State {
+        void add(std::shared_ptr<VLMSDKRootObject> record, bool flag, VLMErrorPtr error);
+        mutable std::mutex mutex;
+        std::vector<Delivery> deliveries;
+    };
+    std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+/// An API manager on the real HTTP transport, pointed at one service, over one connection at a time.
+///
+/// One connection keeps the service's work on one worker thread at a time: its HTTP library is a system
+/// build without ThreadSanitizer instrumentation, whose workers racing each other would only bury the
+/// kit's own reports. Concurrency on the kit's side (callers, network thread, main thread) is unchanged.
+class Client {
+public:
+    Client(const std::string& baseURL, std::optional<std::string> token);
+    ~Client();
+
+    const VLMSDKAPIManager& api() const { return api_; }
+    VLMSDKHTTPRequestManager& transport() { return *transport_; }
+
+    /// Stops the transport (joining its thread: no reply handler runs afterwards) and runs what it left
+    /// on the main queue. Every delivery the client's operations could ever make has then been made.
+    void settle();
+
+private:
+    std::shared_ptr<VLMSDKHTTPRequestManager> transport_;
+    VLMSDKAPIManager api_;
+};
+
+/// The local reservation service on 127.0.0.1:0, serving the project's seed file.
+std::unique_ptr<pmssandbox::SandboxServer> startSandbox();
+
+/// The seed file, parsed.
+const nlohmann::json& seed();
+/// The seeded booking with this id.
+const nlohmann::json& seededBooking(const std::string& id);
+/// A seed amount (a number, or text spelling one) in cents.
+long long cents(const nlohmann::json& amount);
+/// The sum of a seeded booking's folio postings, in cents.
+long long seededBalanceCents(const nlohmann::json& booking);
+/// "2030-06-14" as a date.
+VLMSDKDate dateFrom(const std::string& text);
+
+/// Test-side checks of records against a seeded booking (every mapped property).
+void expectReservationMatchesBooking(const VLMSDKReservation& reservation, const nlohmann::json& booking);
+void expectFolioMatchesBooking(const VLMSDKFolio& folio, const nlohmann::json& booking);
+
+/// The request descriptions, filled.
+std::shared_ptr<VLMSDKCreateReservationRequestInfo> createRequest(const std::string& confirmation,
+                                                                  const std::string& venue,
+                                                                  const std::string& lastName);
+std::shared_ptr<VLMSDKPayForReservationRequestInfo> payRequest(const std::string& reservationID, double amount,
+                                                               const std::string& currency, const std::string& card);
+std::shared_ptr<VLMSDKUpdateReservationMasterBillRequestInfo> chargeRequest(
+    const std::string& reservationID, const std::vector<std::pair<std::string, double>>& items);
+
+/// Runs one operation, waits for its delivery, settles the client, and answers every delivery made.
+std::vector<Delivery> runAndSettle(Client& client, const std::function<void(const VLMSDKAPIManager&, DeliveryLog&)>& call);
+
+}  // namespace e2e

@@ -1,0 +1,60 @@
+#include "PMSServiceConnection.h"
+
+#include <VLMSDKCoreKit/VLMSDKConfiguration.h>
+#include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
+#include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
+#include <VLMSDKPMSKit/Public/VLMSDKPMS.h>
+
+#include <pmssandbox/SandboxServer.h>
+
+#include <algorithm>
+
+namespace {
+
+void enableKit(const std::string& baseURL, const std::optional<std::string>& token) {
+    auto configuration = std::make_shared<VLMSDKConfiguration>();
+    configuration->setKits({std::make_shared<const VLMSDKConfigurationKit>(VLMSDKPMS::classDescriptor())});
+    configuration->setServiceBaseURL(baseURL);
+    configuration->setAccessToken(token);
+    VLMSDKPMS::enableWithConfiguration(configuration);
+}
+
+}  // namespace
+
+std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettings& settings, std::string* error) {
+    std::unique_ptr<PMSServiceConnection> connection(new PMSServiceConnection());
+    std::optional<std::string> token = settings.token;
+    if (settings.baseURL) {
+        connection->baseURL_ = *settings.baseURL;
+    } else {
+        pmssandbox::SandboxConfig config;
+        connection->sandbox_ = std::make_unique<pmssandbox::SandboxServer>(config);
+        if (!connection->sandbox_->start()) {
+            if (error) *error = "the local reservation service did not start: " + connection->sandbox_->lastError();
+            return nullptr;
+        }
+        connection->baseURL_ = connection->sandbox_->baseUrl();
+        // An explicit --token is still sent as given, so a wrong one can be tried against the local service.
+        if (!token) token = config.token;
+    }
+
+    enableKit(connection->baseURL_, token);
+
+    auto builder = std::make_shared<VLMSDKRequestBuilder>(connection->baseURL_);
+    builder->setAccessToken(token);
+    VLMSDKHTTPRequestManagerOptions options;
+    options.requestTimeout = settings.timeout;
+    options.connectTimeout = std::min<std::chrono::milliseconds>(settings.timeout, std::chrono::seconds(10));
+    connection->requestManager_ = std::make_shared<VLMSDKHTTPRequestManager>(options);
+    connection->apiManager_ = std::make_unique<VLMSDKAPIManager>(builder, connection->requestManager_);
+    return connection;
+}
+
+PMSServiceConnection::~PMSServiceConnection() {
+    if (requestManager_) requestManager_->shutdown();
+    // Dropping the transport closes its idle keep-alive connections; the local service would otherwise
+    // wait out its keep-alive time before it can stop.
+    apiManager_.reset();
+    requestManager_.reset();
+    if (sandbox_) sandbox_->stop();
+}
