@@ -26,5 +26,8 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/VLMSDKPMSKitConfigV
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/VLMSDKPMSKitConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/VLMSDKPMSKitConfigVersion.cmake DESTINATION ${VLMSDK_CMAKE_DIR})
 
+# The .pc file finds its prefix from where it is installed, so any --prefix works.
+file(RELATIVE_PATH VLMSDK_PC_RELATIVE_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" VLMSDK_PC_RELATIVE_PREFIX "${VLMSDK_PC_RELATIVE_PREFIX}")
 configure_file(cmake/vlmsdk-pmskit.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vlmsdk-pmskit.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vlmsdk-pmskit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

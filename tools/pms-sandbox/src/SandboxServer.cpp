@@ -211,6 +211,8 @@ void SandboxServer::Impl::configure(httplib::Server& server, const std::shared_p
         setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
     server.set_keep_alive_timeout(kKeepAliveSeconds);
+    // Small replies on kept-alive connections would otherwise wait for the delayed ACK.
+    server.set_tcp_nodelay(true);
     server.set_payload_max_length(kMaxBodyBytes);
 
     const httplib::Server::Handler handle = [this](const httplib::Request& req, httplib::Response& res) {
