@@ -1,0 +1,361 @@
+#include "VLMSDKHTTPTransfer.h"
+
+#include "../VLMSDKHeaderLookup.h"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdint>
+#include <string_view>
+
+namespace vlmsdk::detail {
+
+namespace {
+
+// Reply buffers up to this size stay with the handle for the next request; larger ones are given back.
+constexpr std::size_t kKeptBodyCapacity = 64 * 1024;
+constexpr std::size_t kExcerptLength = 80;
+
+enum class Method { GET, POST, PUT, PATCH, DELETE, Unsupported };
+
+Method methodOf(const std::string& name) {
+    if (name == "GET") return Method::GET;
+    if (name == "POST") return Method::POST;
+    if (name == "PATCH") return Method::PATCH;
+    if (name == "PUT") return Method::PUT;
+    if (name == "DELETE") return Method::DELETE;
+    return Method::Unsupported;
+}
+
+bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() && equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
+}
+
+bool isHTTPS(const std::string& url) { return startsWithIgnoringCase(url, "https://"); }
+
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view space = " \t\r\n";
+    const auto first = text.find_first_not_of(space);
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(space) - first + 1);
+}
+
+long clampedMilliseconds(std::chrono::milliseconds duration) {
+    if (duration.count() <= 0) return 0;
+    return static_cast<long>(std::min<std::chrono::milliseconds::rep>(duration.count(), LONG_MAX));
+}
+
+// The typed curl_easy_setopt check cannot see through a template, so each call site passes the exact type.
+template <typename Value>
+bool setOption(CURL* handle, CURLoption option, Value value) {
+    return curl_easy_setopt(handle, option, value) == CURLE_OK;
+}
+
+std::string describe(const VLMSDKRequest& request) { return request.method() + " " + request.url(); }
+
+// A short, printable piece of a reply body for an error message.
+std::string excerptOf(const std::string& body) {
+    std::string excerpt = body.substr(0, kExcerptLength);
+    for (char& c : excerpt) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x20 || u == 0x7F) c = ' ';
+    }
+    if (body.size() > kExcerptLength) excerpt += "...";
+    return excerpt;
+}
+
+VLMErrorPtr networkError(VLMErrorCode code, std::string message, const char* function) {
+    return VLMError::errorWithCode(code, kVLMSDKNetworkErrorDomain, std::move(message), function, __FILE__);
+}
+
+}  // namespace
+
+std::unique_ptr<VLMSDKHTTPTransfer> VLMSDKHTTPTransfer::make(const VLMSDKHTTPRequestManagerOptions& options,
+                                                             VLMErrorPtr* error) {
+    CURL* handle = curl_easy_init();
+    if (!handle) {
+        *error = networkError(VLMErrorCode::Transport, "libcurl could not make a transfer handle.", __func__);
+        return nullptr;
+    }
+    std::unique_ptr<VLMSDKHTTPTransfer> transfer(new VLMSDKHTTPTransfer(options, handle));
+    if (!transfer->setSharedOptions()) {
+        *error = networkError(VLMErrorCode::InvalidRequest,
+                              "libcurl refused the request manager's options (CA file, proxy or limits).", __func__);
+        return nullptr;
+    }
+    return transfer;
+}
+
+VLMSDKHTTPTransfer::VLMSDKHTTPTransfer(const VLMSDKHTTPRequestManagerOptions& options, CURL* handle)
+    : options_(options), handle_(handle) {}
+
+VLMSDKHTTPTransfer::~VLMSDKHTTPTransfer() {
+    curl_easy_cleanup(handle_);
+    curl_slist_free_all(requestHeaders_);
+}
+
+bool VLMSDKHTTPTransfer::setSharedOptions() {
+    const auto maximumReply = static_cast<curl_off_t>(
+        std::min<std::uintmax_t>(options_.maximumReplySize, static_cast<std::uintmax_t>(INT64_MAX)));
+    bool ok = setOption(handle_, CURLOPT_PRIVATE, static_cast<void*>(this)) &&
+              setOption(handle_, CURLOPT_NOSIGNAL, 1L) &&
+              setOption(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS)) &&
+              setOption(handle_, CURLOPT_PROTOCOLS_STR, "http,https") &&
+              setOption(handle_, CURLOPT_CONNECTTIMEOUT_MS, clampedMilliseconds(options_.connectTimeout)) &&
+              setOption(handle_, CURLOPT_TIMEOUT_MS, clampedMilliseconds(options_.requestTimeout)) &&
+              setOption(handle_, CURLOPT_MAXFILESIZE_LARGE, maximumReply) &&
+              setOption(handle_, CURLOPT_SSL_VERIFYPEER, options_.verifyPeer ? 1L : 0L) &&
+              setOption(handle_, CURLOPT_SSL_VERIFYHOST, options_.verifyHost ? 2L : 0L) &&
+              setOption(handle_, CURLOPT_ERRORBUFFER, static_cast<char*>(errorBuffer_)) &&
+              setOption(handle_, CURLOPT_HEADERFUNCTION, &VLMSDKHTTPTransfer::onHeader) &&
+              setOption(handle_, CURLOPT_HEADERDATA, static_cast<void*>(this)) &&
+              setOption(handle_, CURLOPT_WRITEFUNCTION, &VLMSDKHTTPTransfer::onBody) &&
+              setOption(handle_, CURLOPT_WRITEDATA, static_cast<void*>(this));
+    if (ok && options_.caFile) ok = setOption(handle_, CURLOPT_CAINFO, options_.caFile->c_str());
+    // Left unset, libcurl reads the proxy environment variables itself.
+    if (ok && options_.proxy) ok = setOption(handle_, CURLOPT_PROXY, options_.proxy->c_str());
+    return ok;
+}
+
+VLMErrorPtr VLMSDKHTTPTransfer::rejectionOf(const VLMSDKRequest* request) {
+    if (!request) return networkError(VLMErrorCode::InvalidRequest, "No request was given.", __func__);
+    if (request->buildError()) return request->buildError();
+    if (methodOf(request->method()) == Method::Unsupported) {
+        return networkError(VLMErrorCode::InvalidRequest,
+                            "The method '" + request->method() + "' of " + request->url() + " is not supported.",
+                            __func__);
+    }
+    if (!startsWithIgnoringCase(request->url(), "http://") && !isHTTPS(request->url())) {
+        return networkError(VLMErrorCode::InvalidRequest, "The URL '" + request->url() + "' is not an http(s) URL.",
+                            __func__);
+    }
+    return nullptr;
+}
+
+VLMSDKHTTPTransfer* VLMSDKHTTPTransfer::from(CURL* handle) {
+    void* transfer = nullptr;
+    curl_easy_getinfo(handle, CURLINFO_PRIVATE, &transfer);
+    return static_cast<VLMSDKHTTPTransfer*>(transfer);
+}
+
+VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
+    request_ = std::move(pending.request);
+    completion_ = std::move(pending.completion);
+    const VLMSDKRequest& request = *request_;
+    const Method method = methodOf(request.method());
+    const bool sendsBody = method != Method::GET && (method != Method::DELETE || request.body());
+
+    tooLarge_ = false;
+    outOfMemory_ = false;
+    errorBuffer_[0] = '\0';
+
+    bool hasContentType = false;
+    bool hasExpect = false;
+    bool ok = true;
+    try {
+        for (const auto& [name, value] : request.headers()) {
+            hasContentType = hasContentType || equalsIgnoringASCIICase(name, "Content-Type");
+            hasExpect = hasExpect || equalsIgnoringASCIICase(name, "Expect");
+            scratch_.assign(name);
+            // "Name;" is how libcurl is told to send a header with an empty value.
+            if (value.empty()) {
+                scratch_ += ';';
+            } else {
+                scratch_ += ": ";
+                scratch_ += value;
+            }
+            curl_slist* appended = curl_slist_append(requestHeaders_, scratch_.c_str());
+            if (!appended) throw std::bad_alloc();
+            requestHeaders_ = appended;
+        }
+        // Empty "Name:" lines remove headers libcurl would add on its own: the 100-continue round trip for
+        // larger bodies, and a form content type on bodies sent without one.
+        for (const char* line : {hasExpect ? nullptr : "Expect:",
+                                 hasContentType || !sendsBody ? nullptr : "Content-Type:"}) {
+            if (!line) continue;
+            curl_slist* appended = curl_slist_append(requestHeaders_, line);
+            if (!appended) throw std::bad_alloc();
+            requestHeaders_ = appended;
+        }
+    } catch (const std::exception&) {
+        ok = false;
+    }
+
+    ok = ok && setOption(handle_, CURLOPT_URL, request.url().c_str()) &&
+         setOption(handle_, CURLOPT_HTTPHEADER, requestHeaders_) &&
+         setOption(handle_, CURLOPT_PIPEWAIT, isHTTPS(request.url()) ? 1L : 0L);
+    if (ok && sendsBody) {
+        // A body-carrying method without a body still says so: "Content-Length: 0".
+        const char* body = request.body() ? request.body()->data() : "";
+        const auto size = static_cast<curl_off_t>(request.body() ? request.body()->size() : 0);
+        ok = setOption(handle_, CURLOPT_POSTFIELDSIZE_LARGE, size) && setOption(handle_, CURLOPT_POSTFIELDS, body) &&
+             setOption(handle_, CURLOPT_CUSTOMREQUEST, method == Method::POST ? nullptr : request.method().c_str());
+    } else if (ok) {
+        // Forget the previous request's body before switching back to a bodiless request.
+        ok = setOption(handle_, CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr)) &&
+             setOption(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(-1)) &&
+             setOption(handle_, CURLOPT_HTTPGET, 1L) &&
+             setOption(handle_, CURLOPT_CUSTOMREQUEST, method == Method::GET ? nullptr : request.method().c_str());
+    }
+    if (!ok) {
+        return networkError(VLMErrorCode::InvalidRequest, "libcurl refused the request " + describe(request) + ".",
+                            __func__);
+    }
+    return nullptr;
+}
+
+std::size_t VLMSDKHTTPTransfer::onHeader(char* data, std::size_t size, std::size_t count, void* transfer) {
+    auto& self = *static_cast<VLMSDKHTTPTransfer*>(transfer);
+    const std::size_t length = size * count;
+    std::string_view line(data, length);
+    try {
+        if (line.starts_with("HTTP/")) {
+            // A new header block (after 100 Continue or a proxy's CONNECT answer): only the last one counts.
+            self.replyHeaders_.clear();
+            return length;
+        }
+        if (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
+            const auto continuation = trimmed(line);
+            if (!self.replyHeaders_.empty() && !continuation.empty()) {
+                self.replyHeaders_.back().second.append(" ").append(continuation);
+            }
+            return length;
+        }
+        const auto colon = line.find(':');
+        if (colon == std::string_view::npos) return length;
+        const auto name = line.substr(0, colon);
+        const auto value = trimmed(line.substr(colon + 1));
+        if (equalsIgnoringASCIICase(name, "Content-Length")) {
+            std::uintmax_t announced = 0;
+            const auto [end, status] = std::from_chars(value.data(), value.data() + value.size(), announced);
+            if (status == std::errc() && end == value.data() + value.size()) {
+                if (announced > self.options_.maximumReplySize) {
+                    self.tooLarge_ = true;
+                    return 0;
+                }
+                self.body_.reserve(static_cast<std::size_t>(announced));
+            }
+        }
+        if (self.replyHeaders_.empty()) self.replyHeaders_.reserve(16);
+        self.replyHeaders_.emplace_back(name, value);
+    } catch (const std::exception&) {
+        self.outOfMemory_ = true;
+        return 0;
+    }
+    return length;
+}
+
+std::size_t VLMSDKHTTPTransfer::onBody(char* data, std::size_t size, std::size_t count, void* transfer) {
+    auto& self = *static_cast<VLMSDKHTTPTransfer*>(transfer);
+    const std::size_t length = size * count;
+    if (length > self.options_.maximumReplySize - self.body_.size()) {
+        // Stop the transfer rather than hold a reply that will be refused anyway.
+        self.tooLarge_ = true;
+        return 0;
+    }
+    try {
+        self.body_.append(data, length);
+    } catch (const std::exception&) {
+        self.outOfMemory_ = true;
+        return 0;
+    }
+    return length;
+}
+
+VLMSDKHTTPReply VLMSDKHTTPTransfer::finish(CURLcode result) {
+    try {
+        return replyFor(result);
+    } catch (const std::exception& exception) {
+        try {
+            return {nullptr, nullptr,
+                    networkError(VLMErrorCode::Unknown,
+                                 "The reply to " + describe(*request_) + " could not be read: " + exception.what(),
+                                 __func__)};
+        } catch (const std::exception&) {
+            return {};
+        }
+    }
+}
+
+VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result) {
+    long statusCode = 0;
+    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &statusCode);
+
+    VLMSDKHTTPReply reply;
+    if (statusCode > 0) {
+        const char* effectiveURL = nullptr;
+        curl_easy_getinfo(handle_, CURLINFO_EFFECTIVE_URL, &effectiveURL);
+        reply.response = std::make_shared<const VLMSDKURLResponse>(
+            effectiveURL ? std::string(effectiveURL) : request_->url(), statusCode, std::move(replyHeaders_));
+    }
+    if (result != CURLE_OK || tooLarge_ || outOfMemory_) {
+        reply.error = transportError(result, statusCode);
+        return reply;
+    }
+    if (trimmed(body_).empty()) return reply;
+
+    auto json = VLMSDKJSON::parse(body_.data(), body_.data() + body_.size(), nullptr, false);
+    if (json.is_discarded()) {
+        auto error = VLMError::errorWithCode(VLMErrorCode::InvalidResponse, kVLMSDKResponseErrorDomain,
+                                             "The reply to " + describe(*request_) + " (HTTP " +
+                                                 std::to_string(statusCode) + ") is not JSON: " + excerptOf(body_),
+                                             __func__, __FILE__);
+        auto details = error->details();
+        details.httpStatusCode = statusCode;
+        reply.error = std::make_shared<const VLMError>(std::move(details));
+        return reply;
+    }
+    reply.responseJSON = std::make_shared<const VLMSDKJSON>(std::move(json));
+    return reply;
+}
+
+VLMErrorPtr VLMSDKHTTPTransfer::transportError(CURLcode result, long statusCode) const {
+    const std::string what = describe(*request_);
+    if (tooLarge_ || result == CURLE_FILESIZE_EXCEEDED) {
+        return networkError(VLMErrorCode::ReplyTooLarge,
+                            "The reply to " + what + " (HTTP " + std::to_string(statusCode) +
+                                ") is larger than the limit of " + std::to_string(options_.maximumReplySize) +
+                                " bytes.",
+                            __func__);
+    }
+    if (outOfMemory_) {
+        return networkError(VLMErrorCode::Transport, "Out of memory while receiving the reply to " + what + ".",
+                            __func__);
+    }
+    std::string message = what + " failed: " + curl_easy_strerror(result);
+    if (errorBuffer_[0] != '\0') message.append(" (").append(errorBuffer_).append(")");
+    switch (result) {
+    case CURLE_OPERATION_TIMEDOUT: return networkError(VLMErrorCode::Timeout, std::move(message), __func__);
+    case CURLE_URL_MALFORMAT: return networkError(VLMErrorCode::InvalidRequest, std::move(message), __func__);
+    default: return networkError(VLMErrorCode::Transport, std::move(message), __func__);
+    }
+}
+
+VLMErrorPtr VLMSDKHTTPTransfer::cancellationError() const {
+    return networkError(VLMErrorCode::Cancelled,
+                        describe(*request_) + " was cancelled: the request manager shut down.", __func__);
+}
+
+VLMSDKDataTaskCompletion VLMSDKHTTPTransfer::release() {
+    VLMSDKDataTaskCompletion completion = std::move(completion_);
+    completion_ = nullptr;
+    request_.reset();
+    setOption(handle_, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
+    curl_slist_free_all(requestHeaders_);
+    requestHeaders_ = nullptr;
+    replyHeaders_.clear();
+    if (body_.capacity() > kKeptBodyCapacity) {
+        std::string().swap(body_);
+    } else {
+        body_.clear();
+    }
+    return completion;
+}
+
+std::size_t VLMSDKHTTPTransfer::connectionsOpened() const {
+    long connections = 0;
+    curl_easy_getinfo(handle_, CURLINFO_NUM_CONNECTS, &connections);
+    return connections > 0 ? static_cast<std::size_t>(connections) : 0;
+}
+
+}  // namespace vlmsdk::detail

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <VLMSDKCoreKit/VLMSDKHTTPRequestManagerOptions.h>
+#include <VLMSDKCoreKit/VLMSDKRequestManager.h>
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace vlmsdk::detail {
+
+/// A request handed to the HTTP request manager, as it waits for a transfer.
+struct VLMSDKHTTPPendingRequest {
+    std::shared_ptr<const VLMSDKRequest> request;
+    VLMSDKDataTaskCompletion completion;
+};
+
+/// The three values a reply handler receives.
+struct VLMSDKHTTPReply {
+    std::shared_ptr<const VLMSDKJSON> responseJSON;
+    std::shared_ptr<const VLMSDKURLResponse> response;
+    VLMErrorPtr error;
+};
+
+/// One libcurl easy handle, reused request after request, with the state of the request it carries.
+/// Used only on the network thread.
+class VLMSDKHTTPTransfer {
+public:
+    /// A transfer whose handle already holds the options every request shares; nullptr (and `error`) when
+    /// libcurl cannot make one. `options` must outlive the transfer.
+    static std::unique_ptr<VLMSDKHTTPTransfer> make(const VLMSDKHTTPRequestManagerOptions& options,
+                                                    VLMErrorPtr* error);
+    ~VLMSDKHTTPTransfer();
+
+    VLMSDKHTTPTransfer(const VLMSDKHTTPTransfer&) = delete;
+    VLMSDKHTTPTransfer& operator=(const VLMSDKHTTPTransfer&) = delete;
+
+    /// Why `request` must be answered without touching the network (null, build error, unsupported method,
+    /// not an http(s) URL), or nullptr when it may be sent.
+    static VLMErrorPtr rejectionOf(const VLMSDKRequest* request);
+
+    /// The transfer whose handle is `handle`.
+    static VLMSDKHTTPTransfer* from(CURL* handle);
+
+    /// Loads a request that `rejectionOf` accepted into the handle. On an error the transfer still holds
+    /// the request: `release` hands back its completion.
+    VLMErrorPtr load(VLMSDKHTTPPendingRequest&& pending);
+
+    /// The reply of the loaded request once libcurl reports `result`; parses the body. Never throws.
+    VLMSDKHTTPReply finish(CURLcode result);
+
+    /// The error that answers the loaded request when the manager shuts down first.
+    VLMErrorPtr cancellationError() const;
+
+    /// Hands back the loaded request's completion and forgets the request, ready for the next one.
+    VLMSDKDataTaskCompletion release();
+
+    /// Connections libcurl opened for the finished request.
+    std::size_t connectionsOpened() const;
+
+    CURL* handle() const { return handle_; }
+    bool isLive() const { return live_; }
+    void setLive(bool live) { live_ = live; }
+
+private:
+    VLMSDKHTTPTransfer(const VLMSDKHTTPRequestManagerOptions& options, CURL* handle);
+    bool setSharedOptions();
+
+    static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* transfer);
+    static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* transfer);
+
+    VLMSDKHTTPReply replyFor(CURLcode result);
+    VLMErrorPtr transportError(CURLcode result, long statusCode) const;
+
+    const VLMSDKHTTPRequestManagerOptions& options_;
+    CURL* handle_;
+    curl_slist* requestHeaders_ = nullptr;
+    std::shared_ptr<const VLMSDKRequest> request_;
+    VLMSDKDataTaskCompletion completion_;
+    std::string body_;
+    VLMSDKURLResponse::Headers replyHeaders_;
+    std::string scratch_;
+    bool live_ = false;
+    bool tooLarge_ = false;
+    bool outOfMemory_ = false;
+    char errorBuffer_[CURL_ERROR_SIZE] = {};
+};
+
+}  // namespace vlmsdk::detail

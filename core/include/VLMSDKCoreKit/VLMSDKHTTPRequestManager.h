@@ -1,0 +1,61 @@
+#pragma once
+
+#include <VLMSDKCoreKit/VLMSDKHTTPRequestManagerOptions.h>
+#include <VLMSDKCoreKit/VLMSDKRequestManager.h>
+
+#include <cstddef>
+#include <memory>
+
+/// The request manager that talks HTTP(S): one network thread per manager drives every transfer,
+/// reusing connections per host (keep-alive, HTTP/2 multiplexing over TLS where the server offers it).
+///
+/// Reply handlers are called exactly once per request, on the manager's network thread (only a request made
+/// after shutdown is answered on the calling thread), with the reply body parsed there: an empty (or blank)
+/// body gives no JSON and no error, a body that is not JSON gives a `VLMErrorCode::InvalidResponse` error, and
+/// an HTTP error status is no error of the manager's (the response validator judges statuses). A response is
+/// passed whenever the server sent a status line, failures after it included. Redirects are not followed.
+/// Handlers should return quickly; an exception thrown by one is caught and dropped.
+///
+/// Thread-safe: any thread may send requests at any time.
+class VLMSDKHTTPRequestManager final : public VLMSDKRequestManager {
+public:
+    using Options = VLMSDKHTTPRequestManagerOptions;
+
+    /// Counters since the manager was made.
+    struct Statistics {
+        std::size_t connectionsOpened = 0;  ///< new connections; a reused (keep-alive) connection adds none
+        std::size_t requestsSent = 0;       ///< requests handed to the network
+        std::size_t requestsCompleted = 0;  ///< reply handlers called (or requests answered without a handler)
+    };
+
+    /// Starts the network thread with the default options.
+    VLMSDKHTTPRequestManager();
+    explicit VLMSDKHTTPRequestManager(Options options);
+    /// Shuts down (see `shutdown`).
+    ~VLMSDKHTTPRequestManager() override;
+
+    VLMSDKHTTPRequestManager(const VLMSDKHTTPRequestManager&) = delete;
+    VLMSDKHTTPRequestManager& operator=(const VLMSDKHTTPRequestManager&) = delete;
+
+    /// Queues `request` and returns at once. A request that carries a build error, is null, uses a method
+    /// other than GET, POST, PUT, PATCH and DELETE, or whose URL is not http(s) is answered with an
+    /// `InvalidRequest` error (its build error, for one that has it) without touching the network.
+    /// After shutdown, `completion` is called at once, on the calling thread, with a `Cancelled` error.
+    void performDataTaskRequest(std::shared_ptr<const VLMSDKRequest> request,
+                                VLMSDKDataTaskCompletion completion) override;
+
+    /// Completes every request still queued or in flight exactly once with a `VLMErrorCode::Cancelled` error
+    /// and joins the network thread: no reply handler runs after it returns. Idempotent.
+    /// Called from a reply handler, it only starts the shutdown, which finishes once the handler returns.
+    void shutdown();
+
+    Statistics statistics() const;
+    /// Same as `statistics().connectionsOpened`.
+    std::size_t connectionsOpened() const;
+
+    const Options& options() const;
+
+private:
+    class Impl;
+    std::shared_ptr<Impl> impl_;
+};

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+
+/// Settings of a `VLMSDKHTTPRequestManager`, fixed when the manager is made. Every field has a usable default.
+struct VLMSDKHTTPRequestManagerOptions {
+    /// Time allowed to set up a connection (zero: no limit of its own). Default 10 s.
+    std::chrono::milliseconds connectTimeout{std::chrono::seconds(10)};
+    /// Time allowed for a whole request once it is sent, connecting included (zero: no limit). Time spent
+    /// waiting in the manager's queue does not count. Default 60 s.
+    std::chrono::milliseconds requestTimeout{std::chrono::seconds(60)};
+    /// Largest reply body accepted, in bytes; a larger reply fails with `VLMErrorCode::ReplyTooLarge` and is
+    /// dropped while it arrives. Default 10 MiB.
+    std::size_t maximumReplySize = 10 * 1024 * 1024;
+    /// Whether the server's certificate chain and its host name are checked. Default: both on.
+    bool verifyPeer = true;
+    bool verifyHost = true;
+    /// A file of CA certificates (PEM) to trust instead of the system's. Default: the system's.
+    std::optional<std::string> caFile;
+    /// Proxy URL such as "http://proxy:3128". Absent (the default): the usual proxy environment variables
+    /// (http_proxy, https_proxy, all_proxy, no_proxy) apply. An empty string: no proxy at all.
+    std::optional<std::string> proxy;
+    /// Requests on the wire at once, which also bounds the connections open at once; further requests wait,
+    /// in order, in the manager's queue. Default 64, at least 1.
+    std::size_t maximumLiveTransfers = 64;
+};
