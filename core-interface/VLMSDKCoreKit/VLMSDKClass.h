@@ -213,7 +213,7 @@ VLMSDKProperty VLMSDKProperty::objectArray(std::string name, G getter, S setter)
             if (!held) return false;
             typed.reserve(held->size());
             for (auto& element : *held) {
-                auto cast = std::dynamic_pointer_cast<E>(element);
+                auto cast = std::dynamic_pointer_cast<E>(std::move(element));
                 if (!cast) return false;
                 typed.push_back(std::move(cast));
             }

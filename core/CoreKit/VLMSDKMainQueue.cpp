@@ -15,6 +15,7 @@ struct Queue {
     std::condition_variable ready;
     std::deque<VLMSDKMainQueue::Task> tasks;
     VLMSDKMainQueue::Executor executor;
+    bool mainThreadWaiting = false;  // only then is a wake-up worth its system call
 };
 
 Queue& queue() {
@@ -31,12 +32,12 @@ void runTask(VLMSDKMainQueue::Task& task) {
     }
 }
 
-bool popTask(Queue& q, VLMSDKMainQueue::Task& task) {
+// Takes everything queued so far in one locked step.
+std::deque<VLMSDKMainQueue::Task> takeAll(Queue& q) {
+    std::deque<VLMSDKMainQueue::Task> batch;
     std::lock_guard lock(q.mutex);
-    if (q.tasks.empty()) return false;
-    task = std::move(q.tasks.front());
-    q.tasks.pop_front();
-    return true;
+    batch.swap(q.tasks);
+    return batch;
 }
 
 }  // namespace
@@ -58,8 +59,9 @@ void VLMSDKMainQueue::async(Task task) {
         return;
     }
     q.tasks.push_back(std::move(task));
+    const bool wake = q.mainThreadWaiting;
     lock.unlock();
-    q.ready.notify_one();
+    if (wake) q.ready.notify_one();
 }
 
 void VLMSDKMainQueue::setExecutor(Executor executor) {
@@ -72,11 +74,12 @@ std::size_t VLMSDKMainQueue::drain() {
     if (!isMainThread()) return 0;
     Queue& q = queue();
     std::size_t count = 0;
-    Task task;
-    while (popTask(q, task)) {
-        runTask(task);
-        task = nullptr;
-        ++count;
+    for (auto batch = takeAll(q); !batch.empty(); batch = takeAll(q)) {
+        for (auto& task : batch) {
+            runTask(task);
+            task = nullptr;  // what the task held goes before the next one runs
+            ++count;
+        }
     }
     return count;
 }
@@ -89,7 +92,10 @@ bool VLMSDKMainQueue::runUntil(const std::function<bool()>& done, std::chrono::m
         drain();
         if (done()) return true;
         std::unique_lock lock(q.mutex);
-        if (q.tasks.empty() && !q.ready.wait_until(lock, deadline, [&] { return !q.tasks.empty(); })) {
+        q.mainThreadWaiting = true;
+        const bool woken = q.ready.wait_until(lock, deadline, [&] { return !q.tasks.empty(); });
+        q.mainThreadWaiting = false;
+        if (!woken) {
             lock.unlock();
             drain();
             return done();

@@ -170,7 +170,7 @@ VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
         }
         // Empty "Name:" lines remove headers libcurl would add on its own: the 100-continue round trip for
         // larger bodies, and a form content type on bodies sent without one.
-        for (const char* line : {hasExpect ? nullptr : "Expect:",
+        for (const char* line : {hasExpect || !sendsBody ? nullptr : "Expect:",
                                  hasContentType || !sendsBody ? nullptr : "Content-Type:"}) {
             if (!line) continue;
             curl_slist* appended = curl_slist_append(requestHeaders_, line);
