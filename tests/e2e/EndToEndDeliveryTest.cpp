@@ -43,7 +43,7 @@ private:
 TEST(EndToEndDeliveryTest, ReplyHandledOnTheNetworkThreadIsDeliveredOnlyWhenTheMainQueueRuns) {
     auto sandbox = startSandbox();
     VLMSDKHTTPRequestManagerOptions options;
-    options.maximumConnectionsPerHost = 1;
+    options.maximumLiveTransfers = 1;  // one connection to the service
     auto transport = std::make_shared<VLMSDKHTTPRequestManager>(options);
     auto observer = std::make_shared<ObservingRequestManager>(transport);
     auto builder = std::make_shared<VLMSDKRequestBuilder>(sandbox->baseUrl());

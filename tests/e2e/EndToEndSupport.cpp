@@ -57,7 +57,7 @@ bool DeliveryLog::waitFor(std::size_t expected) const {
 Client::Client(const std::string& baseURL, std::optional<std::string> token)
     : transport_(std::make_shared<VLMSDKHTTPRequestManager>([] {
           VLMSDKHTTPRequestManagerOptions options;
-          options.maximumConnectionsPerHost = 1;
+          options.maximumLiveTransfers = 1;  // one connection to the service
           return options;
       }())),
       api_([&] {
