@@ -43,12 +43,13 @@ public:
 
     /// Calls `completion` at once when on the main thread, otherwise posts it there (always, even when
     /// the completion is absent). Never calls it off the main thread.
-    static void deliver(const Completion& completion, Result result, VLMErrorPtr error) {
+    static void deliver(Completion completion, Result result, VLMErrorPtr error) {
         if (VLMSDKMainQueue::isMainThread()) {
             if (completion) completion(std::move(result), std::move(error));
             return;
         }
-        VLMSDKMainQueue::async([completion, result = std::move(result), error = std::move(error)]() mutable {
+        VLMSDKMainQueue::async([completion = std::move(completion), result = std::move(result),
+                                error = std::move(error)]() mutable {
             if (completion) completion(std::move(result), std::move(error));
         });
     }
@@ -109,10 +110,11 @@ public:
         }
         manager.requestManager()->performDataTaskRequest(
             std::move(request),
+            // The manager calls this exactly once, so it may hand the completion on rather than copy it.
             [operation = &operation, completion = std::move(completion)](std::shared_ptr<const VLMSDKJSON> json,
                                                                          std::shared_ptr<const VLMSDKURLResponse> response,
-                                                                         VLMErrorPtr error) {
-                handleReply(*operation, completion, std::move(json), std::move(response), std::move(error));
+                                                                         VLMErrorPtr error) mutable {
+                handleReply(*operation, std::move(completion), std::move(json), std::move(response), std::move(error));
             });
     }
 
@@ -124,7 +126,7 @@ public:
     }
 
 private:
-    static void handleReply(const Operation& operation, const Completion& completion,
+    static void handleReply(const Operation& operation, Completion completion,
                             std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
                             VLMErrorPtr error) {
         auto validator = VLMSDKAPIManagerResponseValidator::validatorForResponse(std::move(response), json,
@@ -134,12 +136,12 @@ private:
         if (!operation.requiredJSONKeys.empty()) validator->setRequiredJSONKeys(operation.requiredJSONKeys);
         VLMErrorPtr validationError;
         if (!validator->validate(&validationError)) {
-            deliver(completion, Result{}, std::move(validationError));
+            deliver(std::move(completion), Result{}, std::move(validationError));
             return;
         }
         static const VLMSDKJSON noReply;
         auto [result, failure] = operation.finish(json ? *json : noReply);
-        deliver(completion, std::move(result), std::move(failure));
+        deliver(std::move(completion), std::move(result), std::move(failure));
     }
 
     static void logInvalid(VLMSDKLogger& logger, const char* format, const VLMErrorPtr& error,
