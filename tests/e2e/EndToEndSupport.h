@@ -5,15 +5,13 @@
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 #include <pmssandbox/SandboxServer.h>
 
-#include <nlohmann/json.hpp>
-
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace e2e {
@@ -26,7 +24,6 @@ struct Delivery {
     bool flag = false;
     VLMErrorPtr error;
     bool onMainThread = false;
-    std::thread::id thread;
 };
 
 /// Collects the completion calls of one or more operations. Thread-safe, so that a call on a wrong
@@ -46,7 +43,7 @@ public:
 
     std::size_t count() const;
     Delivery at(std::size_t index) const;
-    /// The only delivery's record as `Record` (nullptr when absent or of another class).
+    /// The record of delivery `index` as `Record` (nullptr when absent or of another class).
     template <class Record>
     std::shared_ptr<Record> record(std::size_t index = 0) const {
         return std::dynamic_pointer_cast<Record>(at(index).record);
@@ -75,7 +72,6 @@ public:
     ~Client();
 
     const VLMSDKAPIManager& api() const { return api_; }
-    VLMSDKHTTPRequestManager& transport() { return *transport_; }
 
     /// Stops the transport (joining its thread: no reply handler runs afterwards) and runs what it left
     /// on the main queue. Every delivery the client's operations could ever make has then been made.
@@ -89,31 +85,15 @@ private:
 /// The local reservation service on 127.0.0.1:0, serving the project's seed file.
 std::unique_ptr<pmssandbox::SandboxServer> startSandbox();
 
-/// The seed file, parsed.
-const nlohmann::json& seed();
-/// The seeded booking with this id.
-const nlohmann::json& seededBooking(const std::string& id);
-/// A seed amount (a number, or text spelling one) in cents.
-long long cents(const nlohmann::json& amount);
-/// The sum of a seeded booking's folio postings, in cents.
-long long seededBalanceCents(const nlohmann::json& booking);
-/// "2030-06-14" as a date.
-VLMSDKDate dateFrom(const std::string& text);
-
-/// Test-side checks of records against a seeded booking (every mapped property).
-void expectReservationMatchesBooking(const VLMSDKReservation& reservation, const nlohmann::json& booking);
-void expectFolioMatchesBooking(const VLMSDKFolio& folio, const nlohmann::json& booking);
-
-/// The request descriptions, filled.
-std::shared_ptr<VLMSDKCreateReservationRequestInfo> createRequest(const std::string& confirmation,
-                                                                  const std::string& venue,
-                                                                  const std::string& lastName);
-std::shared_ptr<VLMSDKPayForReservationRequestInfo> payRequest(const std::string& reservationID, double amount,
-                                                               const std::string& currency, const std::string& card);
-std::shared_ptr<VLMSDKUpdateReservationMasterBillRequestInfo> chargeRequest(
-    const std::string& reservationID, const std::vector<std::pair<std::string, double>>& items);
-
-/// Runs one operation, waits for its delivery, settles the client, and answers every delivery made.
-std::vector<Delivery> runAndSettle(Client& client, const std::function<void(const VLMSDKAPIManager&, DeliveryLog&)>& call);
+/// One operation, started with its arguments, reporting to a log.
+using Call = std::function<void(const VLMSDKAPIManager&, DeliveryLog&)>;
+Call create(std::string confirmation, std::string venue, std::string lastName);
+Call fetch(std::string id);
+Call confirm(std::string id, bool notify);
+Call checkin(std::string id);
+Call checkout(std::string id);
+Call pay(std::string id, double amount, std::string currency, std::string card);
+Call folio(std::string id);
+Call charge(std::string id, std::vector<std::pair<std::string, double>> items);
 
 }  // namespace e2e

@@ -1,11 +1,10 @@
-#include "ArchiveTestRecords.h"
+#include "../support/CoreTestRecords.h"
 #include "RecordingAssertionHandler.h"
 
 #include <gtest/gtest.h>
 
 #include <bit>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 namespace {
@@ -13,41 +12,22 @@ namespace {
 using namespace std::chrono;
 using Bytes = std::vector<std::uint8_t>;
 
-std::shared_ptr<Leaf> leaf(std::optional<std::string> label, std::optional<double> weight) {
+std::shared_ptr<Leaf> leaf(std::optional<std::string> label, std::optional<double> count) {
     auto made = std::make_shared<Leaf>();
-    made->setLabel(std::move(label));
-    made->setWeight(weight);
+    made->label = std::move(label);
+    made->count = count;
     return made;
-}
-
-std::shared_ptr<Trunk> fullTrunk() {
-    auto trunk = std::make_shared<Trunk>();
-    trunk->name = "Front desk";
-    trunk->amount = 1234.5;
-    trunk->flag = true;
-    trunk->day = sys_days(2026y / November / 21);
-    trunk->at = sys_days(2026y / November / 21) + 10h + 4min + 5s;
-    trunk->leaf = leaf("single", -0.0);
-    trunk->leaves = {leaf("a", 1), leaf(std::nullopt, 2.5), leaf("c", std::nullopt)};
-    trunk->note = std::nullopt;
-    return trunk;
 }
 
 Bytes archive(const VLMSDKRootObject& object) {
     VLMErrorPtr error;
     Bytes bytes = VLMSDKCoder::archivedDataWithRootObject(object, &error);
     EXPECT_EQ(error, nullptr) << error->developerMessage();
-    EXPECT_FALSE(bytes.empty());
     return bytes;
 }
 
-std::shared_ptr<Trunk> unarchive(const Bytes& bytes, VLMErrorPtr* error = nullptr) {
-    return VLMSDKCoder::unarchivedObjectOfClass<Trunk>(bytes, error);
-}
-
-bool sameBits(const std::optional<double>& a, const std::optional<double>& b) {
-    if (!a || !b) return !a && !b;
-    return std::bit_cast<std::uint64_t>(*a) == std::bit_cast<std::uint64_t>(*b);
+std::shared_ptr<Ledger> unarchive(const Bytes& bytes, VLMErrorPtr* error = nullptr) {
+    return VLMSDKCoder::unarchivedObjectOfClass<Ledger>(bytes, error);
 }
 
 void expectArchiveError(const VLMErrorPtr& error, const std::string& mention = "") {
@@ -57,50 +37,35 @@ void expectArchiveError(const VLMErrorPtr& error, const std::string& mention = "
     EXPECT_NE(error->developerMessage().find(mention), std::string::npos) << error->developerMessage();
 }
 
-// An independent CRC-32, to write archives by hand.
-std::uint32_t crc32(const Bytes& bytes, std::size_t size) {
-    std::uint32_t crc = 0xFFFFFFFFu;
-    for (std::size_t i = 0; i < size; ++i) {
-        crc ^= bytes[i];
-        for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-    }
-    return ~crc;
-}
-
-// Writes archive bytes by hand, in the archive's own layout, with a correct header and checksum.
+// Writes archive bytes by hand in the archive's layout, with a correct header and an independent CRC-32.
 class RawArchive {
 public:
-    RawArchive& u8(std::uint8_t value) {
-        body_.push_back(value);
-        return *this;
-    }
-    RawArchive& u32(std::uint32_t value) {
-        for (int i = 0; i < 4; ++i) body_.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-        return *this;
-    }
-    RawArchive& u64(std::uint64_t value) {
-        for (int i = 0; i < 8; ++i) body_.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-        return *this;
-    }
+    RawArchive& u8(std::uint8_t value) { return integer(value, 1); }
+    RawArchive& u32(std::uint32_t value) { return integer(value, 4); }
+    RawArchive& u64(std::uint64_t value) { return integer(value, 8); }
     RawArchive& text(const std::string& value) {
         u32(static_cast<std::uint32_t>(value.size()));
         body_.insert(body_.end(), value.begin(), value.end());
         return *this;
     }
-    Bytes finish(std::uint16_t version = 1) const {
-        Bytes bytes = {'V', 'L', 'M', 'A'};
-        bytes.push_back(static_cast<std::uint8_t>(version));
-        bytes.push_back(static_cast<std::uint8_t>(version >> 8));
-        bytes.insert(bytes.end(), {0, 0});
-        const auto size = static_cast<std::uint32_t>(body_.size());
-        for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<std::uint8_t>(size >> (8 * i)));
+    Bytes finish(std::uint8_t version = 1) const {
+        Bytes bytes = {'V', 'L', 'M', 'A', version, 0, 0, 0};
+        for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<std::uint8_t>(body_.size() >> (8 * i)));
         bytes.insert(bytes.end(), body_.begin(), body_.end());
-        const std::uint32_t crc = crc32(bytes, bytes.size());
-        for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<std::uint8_t>(crc >> (8 * i)));
+        std::uint32_t crc = 0xFFFFFFFFu;
+        for (std::uint8_t byte : bytes) {
+            crc ^= byte;
+            for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+        }
+        for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<std::uint8_t>(~crc >> (8 * i)));
         return bytes;
     }
 
 private:
+    RawArchive& integer(std::uint64_t value, int size) {
+        for (int i = 0; i < size; ++i) body_.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+        return *this;
+    }
     Bytes body_;
 };
 
@@ -109,264 +74,157 @@ enum Tag : std::uint8_t { Absent, String, Double, Bool, Date, Time, Record, Reco
 }  // namespace
 
 TEST(VLMSDKCoder, RestoresEveryKindOfValueExactly) {
-    const auto original = fullTrunk();
-    const Bytes bytes = archive(*original);
+    Ledger original;
+    original.title = std::nullopt;  // absent over a default stays absent
+    original.total = 1234.5;
+    original.open = false;
+    original.day = sys_days(2026y / November / 21);
+    original.stamp = sys_days(2026y / November / 21) + 10h + 4min + 5s;
+    original.lead = leaf("single", -0.0);
+    original.leaves = {leaf("a", 1), leaf(std::nullopt, 2.5), leaf("c", std::nullopt)};
+    const Bytes bytes = archive(original);
     VLMErrorPtr error;
     const auto restored = unarchive(bytes, &error);
     ASSERT_NE(restored, nullptr) << error->developerMessage();
-    EXPECT_NE(restored, original);
-    EXPECT_EQ(restored->name, "Front desk");
-    EXPECT_EQ(restored->amount, 1234.5);
-    EXPECT_TRUE(restored->flag);
-    EXPECT_EQ(restored->day, original->day);
-    EXPECT_EQ(restored->at, original->at);
-    EXPECT_EQ(restored->note, std::nullopt) << "an absent value written over a default stays absent";
-    ASSERT_NE(restored->leaf, nullptr);
-    EXPECT_EQ(restored->leaf->label(), "single");
-    EXPECT_TRUE(sameBits(restored->leaf->weight(), -0.0));
+    EXPECT_EQ(restored->title, std::nullopt);
+    EXPECT_EQ(restored->total, 1234.5);
+    EXPECT_FALSE(restored->open);
+    EXPECT_EQ(restored->day, original.day);
+    EXPECT_EQ(restored->stamp, original.stamp);
+    ASSERT_NE(restored->lead, nullptr);
+    EXPECT_EQ(restored->lead->label, "single");
+    EXPECT_TRUE(std::signbit(restored->lead->count.value()));
     ASSERT_EQ(restored->leaves.size(), 3u);
-    EXPECT_EQ(restored->leaves[0]->label(), "a");
-    EXPECT_EQ(restored->leaves[0]->weight(), 1);
-    EXPECT_EQ(restored->leaves[1]->label(), std::nullopt);
-    EXPECT_EQ(restored->leaves[1]->weight(), 2.5);
-    EXPECT_EQ(restored->leaves[2]->label(), "c");
-    EXPECT_EQ(restored->leaves[2]->weight(), std::nullopt);
+    EXPECT_EQ(restored->leaves[1]->label, std::nullopt);
+    EXPECT_EQ(restored->leaves[1]->count, 2.5);
+    EXPECT_EQ(restored->leaves[2]->label, "c");
     EXPECT_EQ(archive(*restored), bytes) << "archiving is deterministic and the restored record is equal";
 }
 
-TEST(VLMSDKCoder, RestoresNumbersBitForBitAndTextByteForByte) {
-    const double numbers[] = {0.0,
-                              -0.0,
-                              1.0 / 3,
-                              -1e-300,
-                              std::numeric_limits<double>::denorm_min(),
-                              std::numeric_limits<double>::max(),
-                              std::numeric_limits<double>::lowest(),
-                              std::numeric_limits<double>::infinity(),
-                              -std::numeric_limits<double>::infinity(),
-                              std::numeric_limits<double>::quiet_NaN()};
-    for (double number : numbers) {
+TEST(VLMSDKCoder, RestoresNumbersBitForBitTextByteForByteAndDatesToTheEndsOfTheirRange) {
+    for (double number : {-0.0, 1.0 / 3, std::numeric_limits<double>::denorm_min(),
+                          std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+                          std::numeric_limits<double>::quiet_NaN()}) {
         SCOPED_TRACE(number);
-        Trunk trunk;
-        trunk.amount = number;
-        const auto restored = unarchive(archive(trunk));
-        ASSERT_NE(restored, nullptr);
-        ASSERT_TRUE(restored->amount);
-        if (std::isnan(number)) {
-            EXPECT_TRUE(std::isnan(*restored->amount));
-        } else {
-            EXPECT_TRUE(sameBits(restored->amount, number)) << *restored->amount;
-        }
+        Ledger ledger;
+        ledger.total = number;
+        const auto restored = unarchive(archive(ledger));
+        ASSERT_TRUE(restored && restored->total);
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(*restored->total), std::bit_cast<std::uint64_t>(number));
     }
-    const std::string texts[] = {"", std::string("nul\0inside", 10), "\xc3\xa9t\xc3\xa9 \xe2\x82\xac",
-                                 std::string(100000, 'x')};
-    for (const auto& text : texts) {
+    for (const auto& text : {std::string(), std::string("nul\0inside", 10), std::string(100000, 'x')}) {
         SCOPED_TRACE(text.size());
-        Trunk trunk;
-        trunk.name = text;
-        const auto restored = unarchive(archive(trunk));
+        Ledger ledger;
+        ledger.title = text;
+        const auto restored = unarchive(archive(ledger));
         ASSERT_NE(restored, nullptr);
-        EXPECT_EQ(restored->name, text);
+        EXPECT_EQ(restored->title, text);
     }
-    const VLMSDKDate days[] = {sys_days(1970y / January / 1), sys_days(1600y / February / 29),
-                               sys_days(9999y / December / 31), sys_days(-200y / March / 1),
-                               VLMSDKDate::max() - std::chrono::days(1), VLMSDKDate::min() + std::chrono::days(1)};
-    for (const auto& day : days) {
+    // Times to the ends of what seconds count, dates to the ends of their own range.
+    const std::pair<VLMSDKDate, VLMSDKTime> ends[] = {{VLMSDKDate::max(), VLMSDKTime::max()},
+                                                       {VLMSDKDate::min(), VLMSDKTime::min()},
+                                                       {sys_days(-200y / March / 1), VLMSDKTime(-1s)}};
+    for (const auto& [day, stamp] : ends) {
         SCOPED_TRACE(day.time_since_epoch().count());
-        Trunk trunk;
-        trunk.day = day;
-        // Times stay within what seconds can count, dates to the ends of their own range.
-        const VLMSDKTime at = day.time_since_epoch().count() > 0 ? VLMSDKTime::max() : VLMSDKTime::min();
-        trunk.at = at;
-        const auto restored = unarchive(archive(trunk));
+        Ledger ledger;
+        ledger.day = day;
+        ledger.stamp = stamp;
+        const auto restored = unarchive(archive(ledger));
         ASSERT_NE(restored, nullptr);
         EXPECT_EQ(restored->day, day);
-        EXPECT_EQ(restored->at, at);
-        EXPECT_FALSE(restored->flag);
-        EXPECT_EQ(restored->leaf, nullptr);
-        EXPECT_TRUE(restored->leaves.empty());
+        EXPECT_EQ(restored->stamp, stamp);
     }
 }
 
-TEST(VLMSDKCoder, AKeyTheArchiveLacksKeepsTheClassDefault) {
-    OlderTrunk older;
-    older.name = "written by an older build";
-    older.note = "never archived";
+TEST(VLMSDKCoder, AnArchiveWithoutAKeyKeepsTheClassDefault) {
+    // As an older build would write it: only `lead`, two records deep.
+    const Bytes bytes = RawArchive().text("Ledger").u32(1).text("lead").u8(Record).text("Leaf").u32(1).text("next")
+                            .u8(Record).text("Leaf").u32(1).text("label").u8(String).text("inner").finish();
     VLMErrorPtr error;
-    const auto restored = unarchive(archive(older), &error);
+    const auto restored = unarchive(bytes, &error);
     ASSERT_NE(restored, nullptr) << error->developerMessage();
-    EXPECT_EQ(restored->name, "written by an older build");
-    EXPECT_EQ(restored->note, "default note");
+    EXPECT_EQ(restored->title, "untitled");
+    EXPECT_TRUE(restored->open);
+    ASSERT_TRUE(restored->lead && restored->lead->next);
+    EXPECT_EQ(restored->lead->next->label, "inner");
 }
 
-TEST(VLMSDKCoder, EveryTruncationFailsWithAnError) {
-    const Bytes bytes = archive(*fullTrunk());
-    for (std::size_t length = 0; length < bytes.size(); ++length) {
-        SCOPED_TRACE(length);
-        const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
-        VLMErrorPtr error;
-        EXPECT_EQ(unarchive(cut, &error), nullptr);
-        expectArchiveError(error);
-    }
-}
-
-TEST(VLMSDKCoder, EveryChangedByteFailsWithAnError) {
-    const Bytes bytes = archive(*fullTrunk());
-    for (std::uint8_t mask : {0x01, 0x80, 0xFF, 0x5A}) {
-        for (std::size_t at = 0; at < bytes.size(); ++at) {
-            SCOPED_TRACE(testing::Message() << "byte " << at << " ^ " << int(mask));
-            Bytes damaged = bytes;
-            damaged[at] ^= mask;
-            VLMErrorPtr error;
-            EXPECT_EQ(unarchive(damaged, &error), nullptr);
-            expectArchiveError(error);
-        }
-    }
-    Bytes longer = bytes;
-    longer.push_back(0);
-    VLMErrorPtr error;
-    EXPECT_EQ(unarchive(longer, &error), nullptr);
-    expectArchiveError(error);
-}
-
-TEST(VLMSDKCoder, AnotherClassOrFormatVersionIsRefused) {
-    OtherTrunk other;
-    VLMErrorPtr error;
-    EXPECT_EQ(unarchive(archive(other), &error), nullptr);
-    expectArchiveError(error, "OtherTrunk");
-    EXPECT_NE(error->developerMessage().find("Trunk"), std::string::npos);
-
-    error = nullptr;
-    EXPECT_EQ(VLMSDKCoder::unarchivedObjectOfClass<Leaf>(archive(*fullTrunk()), &error), nullptr);
-    expectArchiveError(error, "Leaf");
-
-    // A well-formed archive of a later format version, checksum and all.
-    const Bytes later = RawArchive().text("Trunk").u32(0).finish(2);
-    error = nullptr;
-    EXPECT_EQ(unarchive(later, &error), nullptr);
-    expectArchiveError(error, "version 2");
-    ASSERT_NE(unarchive(RawArchive().text("Trunk").u32(0).finish(1)), nullptr)
-        << "the same bytes at version 1 are fine";
-
-    error = nullptr;
-    EXPECT_EQ(unarchive(Bytes{'{', '}', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, &error), nullptr);
-    expectArchiveError(error, "not a keyed archive");
-}
-
-TEST(VLMSDKCoder, AValueOfTheWrongKindFailsTheArchive) {
-    MistypedTrunk mistyped;
-    mistyped.setName(5);
-    VLMErrorPtr error;
-    EXPECT_EQ(unarchive(archive(mistyped), &error), nullptr);
-    expectArchiveError(error, "\"name\"");
-
-    // A record where an array of records belongs, and a boolean byte that is neither 0 nor 1.
-    const Bytes recordForArray =
-        RawArchive().text("Trunk").u32(1).text("leaves").u8(Record).text("Leaf").u32(0).finish();
-    error = nullptr;
-    EXPECT_EQ(unarchive(recordForArray, &error), nullptr);
-    expectArchiveError(error, "\"leaves\"");
-    const Bytes badBoolean = RawArchive().text("Trunk").u32(1).text("flag").u8(Bool).u8(2).finish();
-    error = nullptr;
-    EXPECT_EQ(unarchive(badBoolean, &error), nullptr);
-    expectArchiveError(error);
-}
-
-TEST(VLMSDKCoder, HostileLengthsAndNestingFailWithoutHugeAllocations) {
+TEST(VLMSDKCoder, MismatchedOrHostileArchivesFailWithoutHugeAllocations) {
     struct Row {
         const char* name;
         Bytes bytes;
+        const char* mention = "";
     };
     RawArchive deep;
-    deep.text("Trunk").u32(1).text("leaf").u8(Record);
+    deep.text("Ledger").u32(1).text("lead").u8(Record);
     for (int i = 0; i < 10000; ++i) deep.text("Leaf").u32(1).text("next").u8(Record);
     deep.text("Leaf").u32(0);
+    const auto ledger = [] { return RawArchive().text("Ledger").u32(1); };
     const std::vector<Row> rows = {
+        {"another class", RawArchive().text("Leaf").u32(0).finish(), "Leaf"},
+        {"a later format version", RawArchive().text("Ledger").u32(0).finish(2), "version 2"},
+        {"no archive signature", Bytes{'{', '}', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, "not a keyed archive"},
+        {"a number where text belongs", ledger().text("title").u8(Double).u64(0).finish(), "\"title\""},
+        {"a record where an array belongs", ledger().text("leaves").u8(Record).text("Leaf").u32(0).finish(),
+         "\"leaves\""},
+        {"a boolean byte of 2", ledger().text("open").u8(Bool).u8(2).finish()},
         {"a huge class name", RawArchive().u32(0xFFFFFFFFu).finish()},
         {"an empty class name", RawArchive().text("").u32(0).finish()},
-        {"a huge entry count", RawArchive().text("Trunk").u32(0xFFFFFFFFu).finish()},
-        {"a huge key", RawArchive().text("Trunk").u32(1).u32(0xFFFFFFF0u).finish()},
-        {"a huge text", RawArchive().text("Trunk").u32(1).text("name").u8(String).u32(0x7FFFFFFFu).text("x").finish()},
-        {"a huge array", RawArchive().text("Trunk").u32(1).text("leaves").u8(RecordArray).u32(0xFFFFFFFFu).finish()},
-        {"a short double", RawArchive().text("Trunk").u32(1).text("amount").u8(Double).u32(0).finish()},
-        {"an unknown tag", RawArchive().text("Trunk").u32(1).text("name").u8(99).finish()},
-        {"bytes after the record", RawArchive().text("Trunk").u32(0).u8(0).finish()},
+        {"a huge entry count", RawArchive().text("Ledger").u32(0xFFFFFFFFu).finish()},
+        {"a huge array", ledger().text("leaves").u8(RecordArray).u32(0xFFFFFFFFu).finish()},
+        {"a short double", ledger().text("total").u8(Double).u32(0).finish()},
+        {"an unknown tag", ledger().text("title").u8(99).finish()},
+        {"bytes after the record", RawArchive().text("Ledger").u32(0).u8(0).finish()},
         {"records nested 10000 deep", deep.finish()},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         VLMErrorPtr error;
         EXPECT_EQ(unarchive(row.bytes, &error), nullptr);
-        expectArchiveError(error);
+        expectArchiveError(error, row.mention);
     }
-    // The same shape, nested shallowly, is a good archive.
-    const Bytes shallow = RawArchive().text("Trunk").u32(1).text("leaf").u8(Record).text("Leaf").u32(1).text("next")
-                              .u8(Record).text("Leaf").u32(1).text("label").u8(String).text("inner").finish();
-    VLMErrorPtr error;
-    const auto restored = unarchive(shallow, &error);
-    ASSERT_NE(restored, nullptr) << error->developerMessage();
-    ASSERT_NE(restored->leaf, nullptr);
-    ASSERT_NE(restored->leaf->next(), nullptr);
-    EXPECT_EQ(restored->leaf->next()->label(), "inner");
 }
 
 TEST(VLMSDKCoder, RecordsThatCannotBeArchivedGiveNoBytesAndAnError) {
     VLMErrorPtr error;
-    EXPECT_TRUE(VLMSDKCoder::archivedDataWithRootObject(Unarchivable(), &error).empty());
-    expectArchiveError(error, "Unarchivable");
+    EXPECT_TRUE(VLMSDKCoder::archivedDataWithRootObject(Bare(), &error).empty());
+    expectArchiveError(error, "Bare");
 
     // A record that holds itself would nest for ever.
     auto loop = leaf("loop", 1);
-    loop->setNext(loop);
-    Trunk trunk;
-    trunk.leaf = loop;
+    loop->next = loop;
+    Ledger ledger;
+    ledger.lead = loop;
     error = nullptr;
-    EXPECT_TRUE(VLMSDKCoder::archivedDataWithRootObject(trunk, &error).empty());
+    EXPECT_TRUE(VLMSDKCoder::archivedDataWithRootObject(ledger, &error).empty());
     expectArchiveError(error, "nested");
-    loop->setNext(nullptr);
+    loop->next = nullptr;
 
     error = nullptr;
-    EXPECT_EQ(VLMSDKCoder::unarchivedObjectOfClass<Unarchivable>(archive(trunk), &error), nullptr);
-    expectArchiveError(error);
-}
-
-TEST(VLMSDKKeyedUnarchiver, AnswersAbsentForEverythingOnceItHasFailed) {
-    const Bytes bytes = archive(*fullTrunk());
-    VLMSDKKeyedUnarchiver damaged(std::span<const std::uint8_t>(bytes.data(), bytes.size() - 1));
-    expectArchiveError(damaged.error());
-    EXPECT_FALSE(damaged.containsValueForKey("name"));
-    EXPECT_TRUE(
-        std::holds_alternative<std::monostate>(damaged.decodeValue("name", VLMSDKPropertyKind::String, nullptr)));
-    EXPECT_EQ(damaged.decodeRootObject(Trunk::classDescriptor()), nullptr);
-    const VLMErrorPtr first = damaged.error();
-    damaged.failWithError(
-        VLMError::errorWithCode(VLMErrorCode::Archive, kVLMSDKArchiveErrorDomain, "later", nullptr, nullptr));
-    EXPECT_EQ(damaged.error(), first) << "the first failure is kept";
+    EXPECT_EQ(VLMSDKCoder::unarchivedObjectOfClass<Bare>(RawArchive().text("Bare").u32(0).finish(), &error), nullptr);
+    expectArchiveError(error, "Bare");
 }
 
 TEST(VLMSDKCoder, EncodingPropertiesNamingNoPropertyAreReportedAndSkipped) {
+    // A class that lists a property it does not have.
     class Misnamed : public VLMSDKRootObject, public VLMSDKCoding {
     public:
-        static const std::vector<std::string>& names() {
-            static const std::vector<std::string> list = {"ghost"};
-            return list;
-        }
         static const VLMSDKClass& classDescriptor() {
-            static const VLMSDKClass descriptor("Misnamed", nullptr, [] { return std::make_shared<Misnamed>(); }, {},
-                                                {nullptr, nullptr, &Misnamed::names, [](VLMSDKKeyedUnarchiver& coder) {
-                                                     return VLMSDKCoder::objectOfClass(classDescriptor(), coder);
-                                                 }});
+            static const std::vector<std::string> names = {"ghost"};
+            static const VLMSDKClass descriptor(
+                "Misnamed", nullptr, [] { return std::make_shared<Misnamed>(); }, {},
+                {nullptr, nullptr, []() -> const std::vector<std::string>& { return names; },
+                 [](VLMSDKKeyedUnarchiver& coder) { return VLMSDKCoder::objectOfClass(classDescriptor(), coder); }});
             return descriptor;
         }
         const VLMSDKClass& objectClass() const override { return classDescriptor(); }
         void encodeWithCoder(VLMSDKKeyedArchiver& coder) const override { VLMSDKCoder::encodeObject(*this, coder); }
     };
     const auto handler = RecordingAssertionHandler::install();
-    const Bytes bytes = archive(Misnamed());
-    const auto restored = VLMSDKCoder::unarchivedObjectOfClass(Misnamed::classDescriptor(), bytes, nullptr);
+    const auto restored = VLMSDKCoder::unarchivedObjectOfClass(Misnamed::classDescriptor(), archive(Misnamed()), nullptr);
     const auto calls = handler->calls();
     RecordingAssertionHandler::uninstall();
     EXPECT_NE(restored, nullptr);
-    ASSERT_EQ(calls.size(), 2u);
+    ASSERT_EQ(calls.size(), 2u) << "once writing, once reading";
     EXPECT_NE(calls[0].text.find("ghost"), std::string::npos);
 }
