@@ -87,6 +87,26 @@ public:
         MappingProvider serializationMapping; ///< optional part of VLMSDKMapping
         NameListProvider encodingProperties;  ///< the class adopts VLMSDKCoding ...
         Decoder initWithCoder;                ///< ... and restores itself through this
+
+        /// The operations of a class `T` mapped from JSON: `T::objectMapping`.
+        template <class T>
+        static Operations mapped() {
+            Operations operations;
+            operations.objectMapping = &T::objectMapping;
+            return operations;
+        }
+
+        /// The operations of a class `T` mapped from JSON and archived: `T::objectMapping`,
+        /// `T::encodingProperties` and `T::initWithCoder`.
+        template <class T>
+        static Operations mappedAndCoded() {
+            Operations operations = mapped<T>();
+            operations.encodingProperties = &T::encodingProperties;
+            operations.initWithCoder = [](VLMSDKKeyedUnarchiver& coder) -> std::shared_ptr<VLMSDKRootObject> {
+                return T::initWithCoder(coder);
+            };
+            return operations;
+        }
     };
 
     /// `properties` are the class's own; a superclass's come first in `properties()`.

@@ -13,7 +13,7 @@ const VLMSDKClass& VLMSDKPaymentTransaction::classDescriptor() {
          VLMSDKProperty::string<T>("status", &T::status, &T::setStatus),
          VLMSDKProperty::string<T>("creditCardID", &T::creditCardID, &T::setCreditCardID),
          VLMSDKProperty::time<T>("createdAt", &T::createdAt, &T::setCreatedAt)},
-        VLMSDKClass::Operations{&T::objectMapping, nullptr, nullptr, nullptr});
+        VLMSDKClass::Operations::mapped<T>());
     return descriptor;
 }
 

@@ -14,12 +14,7 @@ const VLMSDKClass& VLMSDKFolio::classDescriptor() {
             VLMSDKProperty::objectArray<T, VLMSDKFolioDeliverableItem>("deliverables", &T::deliverables,
                                                                        &T::setDeliverables),
         },
-        VLMSDKClass::Operations{
-            .objectMapping = &T::objectMapping,
-            .serializationMapping = {},
-            .encodingProperties = {},
-            .initWithCoder = {},
-        });
+        VLMSDKClass::Operations::mapped<T>());
     return descriptor;
 }
 

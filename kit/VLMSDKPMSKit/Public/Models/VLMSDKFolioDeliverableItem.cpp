@@ -16,12 +16,7 @@ const VLMSDKClass& VLMSDKFolioDeliverableItem::classDescriptor() {
             VLMSDKProperty::string<T>("currency", &T::currency, &T::setCurrency),
             VLMSDKProperty::number<T>("price", &T::price, &T::setPrice),
         },
-        VLMSDKClass::Operations{
-            .objectMapping = &T::objectMapping,
-            .serializationMapping = {},
-            .encodingProperties = {},
-            .initWithCoder = {},
-        });
+        VLMSDKClass::Operations::mapped<T>());
     return descriptor;
 }
 

@@ -42,14 +42,7 @@ const VLMSDKClass& VLMSDKReservation::classDescriptor() {
             VLMSDKProperty::number<T>("remainPriceAmountToPay", &T::remainPriceAmountToPay,
                                       &T::setRemainPriceAmountToPay),
         },
-        VLMSDKClass::Operations{
-            .objectMapping = &T::objectMapping,
-            .serializationMapping = {},
-            .encodingProperties = &T::encodingProperties,
-            .initWithCoder = [](VLMSDKKeyedUnarchiver& coder) -> std::shared_ptr<VLMSDKRootObject> {
-                return T::initWithCoder(coder);
-            },
-        });
+        VLMSDKClass::Operations::mappedAndCoded<T>());
     return descriptor;
 }
 

@@ -13,14 +13,7 @@ const VLMSDKClass& VLMSDKReservationGuest::classDescriptor() {
             VLMSDKProperty::string<T>("lastName", &T::lastName, &T::setLastName),
             VLMSDKProperty::string<T>("profileCode", &T::profileCode, &T::setProfileCode),
         },
-        VLMSDKClass::Operations{
-            .objectMapping = &T::objectMapping,
-            .serializationMapping = {},
-            .encodingProperties = &T::encodingProperties,
-            .initWithCoder = [](VLMSDKKeyedUnarchiver& coder) -> std::shared_ptr<VLMSDKRootObject> {
-                return T::initWithCoder(coder);
-            },
-        });
+        VLMSDKClass::Operations::mappedAndCoded<T>());
     return descriptor;
 }
 
