@@ -337,7 +337,7 @@ json seedBooking(const std::string& id, std::string reference, std::string statu
 json minimalSeed() {
     json seed = json::parse(R"({"users": [{"id": "u1", "cards": [{"id": "c1", "brand": "Visa", "last4": "1111"}]}],
         "venues": [{"id": "v1", "name": "V", "currency_code": "USD", "rooms": ["1", "2"], "catalog": []}]})");
-    seed["bookings"] = {seedBooking("b1", "REF-1", "reserved", "")};
+    seed["bookings"] = json::array({seedBooking("b1", "REF-1", "reserved", "")});
     return seed;
 }
 

@@ -1,6 +1,7 @@
 // The request frame, proven end to end through mobile check-out: argument check, request, reply
 // validation and the main-thread delivery rule.
 #include "FakeRequestManager.h"
+#include "KitTestFixture.h"
 #include "LogCapture.h"
 #include "RecordingAssertionHandler.h"
 
@@ -22,20 +23,8 @@ struct Delivery {
     bool onMainThread;
 };
 
-class RequestFrame : public testing::Test {
+class RequestFrame : public KitTestFixture {
 protected:
-    void SetUp() override {
-        VLMSDKMainQueue::drain();
-        asserts = RecordingAssertionHandler::install();
-        requests = std::make_shared<FakeRequestManager>();
-        manager = std::make_shared<VLMSDKAPIManager>(std::make_shared<VLMSDKRequestBuilder>("http://127.0.0.1:9/"),
-                                                     requests);
-    }
-    void TearDown() override {
-        VLMSDKMainQueue::drain();
-        RecordingAssertionHandler::uninstall();
-    }
-
     VLMSDKSuccessCompletion recorder() {
         return [this](bool success, VLMErrorPtr error) {
             deliveries.push_back({success, std::move(error), VLMSDKMainQueue::isMainThread()});
@@ -46,9 +35,6 @@ protected:
         performMobileCheckoutForReservationWithID(*manager, id, recorder());
     }
 
-    std::shared_ptr<RecordingAssertionHandler> asserts;
-    std::shared_ptr<FakeRequestManager> requests;
-    std::shared_ptr<VLMSDKAPIManager> manager;
     std::vector<Delivery> deliveries;
 };
 

@@ -1,5 +1,6 @@
 // The eight reservation operations over one table, against a fake request manager.
 #include "FakeRequestManager.h"
+#include "KitTestFixture.h"
 #include "LogCapture.h"
 #include "RecordingAssertionHandler.h"
 
@@ -150,20 +151,8 @@ std::vector<Row> rows() {
     };
 }
 
-class Operations : public testing::Test {
+class Operations : public KitTestFixture {
 protected:
-    void SetUp() override {
-        VLMSDKMainQueue::drain();
-        asserts = RecordingAssertionHandler::install();
-        requests = std::make_shared<FakeRequestManager>();
-        manager = std::make_shared<VLMSDKAPIManager>(std::make_shared<VLMSDKRequestBuilder>("http://127.0.0.1:9/"),
-                                                     requests);
-    }
-    void TearDown() override {
-        VLMSDKMainQueue::drain();
-        RecordingAssertionHandler::uninstall();
-    }
-
     // Runs the row's call, answers its one request with `reply` and returns the one outcome.
     Outcome run(const Row& row, const FakeReply& reply) {
         Outcomes outcomes;
@@ -176,9 +165,6 @@ protected:
         return outcomes.empty() ? Outcome{} : outcomes[0];
     }
 
-    std::shared_ptr<RecordingAssertionHandler> asserts;
-    std::shared_ptr<FakeRequestManager> requests;
-    std::shared_ptr<VLMSDKAPIManager> manager;
 };
 
 }  // namespace
