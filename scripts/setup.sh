@@ -1,13 +1,35 @@
 #!/usr/bin/env bash
-# Installs every Debian 12 package the project needs. Idempotent and quiet when all is there.
+# Installs the Debian 12 packages the project needs. Idempotent and quiet when all is there.
+#   scripts/setup.sh               what the command-line tool and the local service need (the demo)
+#   scripts/setup.sh --tests       and what the test suite needs (sanitizer and fuzzing compilers, test
+#                                  servers, the browser the dashboard test drives)
+#   scripts/setup.sh --bench       and the peer client the benchmarks measure against
+#   scripts/setup.sh --examples    and the host event loops the examples plug into
+#   scripts/setup.sh --all         all of them (CI)
 set -euo pipefail
 
-packages=(
-  build-essential g++ clang-14 libclang-rt-14-dev cmake ninja-build pkg-config
-  nlohmann-json3-dev libcurl4-openssl-dev libssl-dev
-  libgtest-dev libgmock-dev libcpp-httplib-dev libcli11-dev libbenchmark-dev
-  python3
+base=(
+  build-essential g++ cmake ninja-build pkg-config
+  nlohmann-json3-dev libsimdjson-dev libcurl4-openssl-dev libssl-dev
+  libcpp-httplib-dev libsqlite3-dev libcli11-dev
 )
+tests=(
+  libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev
+  nghttp2-server openssl ca-certificates chromium python3
+)
+bench=(libbenchmark-dev libcpprest-dev)
+examples=(qt6-base-dev libasio-dev)
+
+packages=("${base[@]}")
+for set in "$@"; do
+  case "$set" in
+    --tests) packages+=("${tests[@]}") ;;
+    --bench) packages+=("${bench[@]}") ;;
+    --examples) packages+=("${examples[@]}") ;;
+    --all) packages+=("${tests[@]}" "${bench[@]}" "${examples[@]}") ;;
+    *) echo "usage: $0 [--tests] [--bench] [--examples] [--all]" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${packages[@]}"; do
