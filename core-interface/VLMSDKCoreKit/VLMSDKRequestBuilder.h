@@ -53,6 +53,7 @@ protected:
 private:
     mutable std::mutex mutex_;
     std::string baseURL_;
+    std::optional<std::string> baseURLProblem_;  // why baseURL_ cannot be used; fixed at construction
     std::optional<std::string> accessToken_;
     TokenProvider tokenProvider_;
     VLMSDKRequest::Headers defaultHeaders_;

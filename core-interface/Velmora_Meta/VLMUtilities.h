@@ -13,8 +13,8 @@ public:
     /// Stores `setError` through `error` when the caller gave an out-parameter; does nothing otherwise.
     static void error(VLMErrorPtr* error, VLMErrorPtr setError);
 
-    /// Puts `setObject` under `forKey` in the JSON object `dictionary`; an absent value leaves the key out,
-    /// and so does a number that is not finite (JSON cannot hold it).
+    /// Puts `setObject` under `forKey` in the JSON object `dictionary`; an absent value leaves the key out.
+    /// A number that is not finite is put as it is (the request builder then refuses to send it).
     /// A `dictionary` that is not an object (null included) becomes an empty object first.
     static void dictionary(VLMSDKJSON& dictionary, const std::optional<std::string>& setObject, std::string_view forKey);
     static void dictionary(VLMSDKJSON& dictionary, const std::optional<double>& setObject, std::string_view forKey);

@@ -2,8 +2,14 @@
 
 #include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
 
+#include "JSON/VLMSDKJSONWriter.h"
+#include "VLMSDKURLRedaction.h"
+
+#include <curl/curl.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 #ifndef VLMSDK_VERSION_STRING
 #define VLMSDK_VERSION_STRING "0"
@@ -15,11 +21,13 @@ bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
     return text.size() >= prefix.size() && vlmsdk::detail::equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
 }
 
-// Space, control characters and DEL cannot stand in a URL or a header value unescaped.
+bool isControlCharacter(unsigned char c) { return c < 0x20 || c == 0x7F; }
+
+// Space, control characters and DEL cannot stand in a base URL or a header value unescaped.
 std::optional<std::size_t> firstForbiddenCharacter(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const auto c = static_cast<unsigned char>(text[i]);
-        if (c <= 0x20 || c == 0x7F) return i;
+        if (c == ' ' || isControlCharacter(c)) return i;
     }
     return std::nullopt;
 }
@@ -35,25 +43,99 @@ VLMErrorPtr invalidRequest(std::string message) {
                                    __FILE__);
 }
 
-void percentEncode(std::string& out, std::string_view text) {
+bool isUnreserved(unsigned char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
+           c == '.' || c == '~';
+}
+
+// RFC 3986 pchar: what may stand in a path segment as it is.
+bool isPathCharacter(unsigned char c) {
+    return isUnreserved(c) || std::string_view("!$&'()*+,;=:@").find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+void appendEscaped(std::string& out, unsigned char c) {
     static constexpr char hex[] = "0123456789ABCDEF";
+    out += '%';
+    out += hex[c >> 4];
+    out += hex[c & 0xF];
+}
+
+void percentEncode(std::string& out, std::string_view text) {
     for (const char ch : text) {
         const auto c = static_cast<unsigned char>(ch);
-        if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_' ||
-            c == '.' || c == '~') {
+        if (isUnreserved(c)) {
             out += ch;
         } else {
-            out += '%';
-            out += hex[c >> 4];
-            out += hex[c & 0xF];
+            appendEscaped(out, c);
         }
     }
+}
+
+// Appends `path` to `url` with every byte outside the path characters escaped ('?', '#' and '%' included),
+// so that nothing in it can start a query, cut the path or be decoded into another route. Dot segments and
+// control characters are refused: the answer is why, or nullopt once appended.
+std::optional<std::string> appendPath(std::string& url, std::string_view path) {
+    if (!path.empty() && path.front() == '/') path.remove_prefix(1);
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        if (isControlCharacter(static_cast<unsigned char>(path[i]))) {
+            return "holds the control character " + describeCharacter(path[i]) + " at offset " + std::to_string(i);
+        }
+    }
+    std::size_t start = 0;
+    for (;;) {
+        const auto end = std::min(path.find('/', start), path.size());
+        const auto segment = path.substr(start, end - start);
+        if (segment == "." || segment == "..") {
+            return "holds the segment '" + std::string(segment) + "', which would send the request to another route";
+        }
+        for (const char ch : segment) {
+            const auto c = static_cast<unsigned char>(ch);
+            if (isPathCharacter(c)) {
+                url += ch;
+            } else {
+                appendEscaped(url, c);
+            }
+        }
+        if (end == path.size()) return std::nullopt;
+        url += '/';
+        start = end + 1;
+    }
+}
+
+// Why `baseURL` cannot serve as the service's address (libcurl's URL parser judges), or nullopt.
+std::optional<std::string> baseURLProblem(const std::string& baseURL) {
+    if (!startsWithIgnoringCase(baseURL, "http://") && !startsWithIgnoringCase(baseURL, "https://")) {
+        return "is not an http or https URL";
+    }
+    if (auto bad = firstForbiddenCharacter(baseURL)) {
+        return "holds the character " + describeCharacter(baseURL[*bad]) + ", which cannot stand in a URL";
+    }
+    CURLU* parsed = curl_url();
+    if (!parsed) throw std::bad_alloc();
+    std::optional<std::string> problem;
+    char* host = nullptr;
+    char* query = nullptr;
+    char* fragment = nullptr;
+    if (curl_url_set(parsed, CURLUPART_URL, baseURL.c_str(), 0) != CURLUE_OK) {
+        problem = "is not a URL libcurl can parse";
+    } else if (curl_url_get(parsed, CURLUPART_HOST, &host, 0) != CURLUE_OK || !host || !*host) {
+        problem = "names no host";
+    } else if (curl_url_get(parsed, CURLUPART_QUERY, &query, 0) == CURLUE_OK ||
+               curl_url_get(parsed, CURLUPART_FRAGMENT, &fragment, 0) == CURLUE_OK) {
+        problem = "carries a query or a fragment, which the paths of the requests would follow";
+    }
+    curl_free(host);
+    curl_free(query);
+    curl_free(fragment);
+    curl_url_cleanup(parsed);
+    return problem;
 }
 
 }  // namespace
 
 VLMSDKRequestBuilder::VLMSDKRequestBuilder(std::string baseURL) : baseURL_(std::move(baseURL)) {
     if (!baseURL_.empty() && baseURL_.back() != '/') baseURL_ += '/';
+    baseURLProblem_ = baseURLProblem(baseURL_);
     defaultHeaders_ = {{"Accept", "application/json"},
                        {"Content-Type", "application/json"},
                        {"User-Agent", defaultUserAgent()}};
@@ -129,18 +211,10 @@ std::shared_ptr<const VLMSDKRequest> VLMSDKRequestBuilder::requestWithMethod(con
         return std::make_shared<const VLMSDKRequest>(std::move(parts));
     };
 
-    if (!startsWithIgnoringCase(parts.url, "http://") && !startsWithIgnoringCase(parts.url, "https://")) {
-        return fail("The service base URL '" + parts.url + "' is not an http or https URL.");
+    if (baseURLProblem_) {
+        return fail("The service base URL '" + vlmsdk::detail::redactedURL(parts.url) + "' " + *baseURLProblem_ + ".");
     }
-    if (auto bad = firstForbiddenCharacter(parts.url)) {
-        return fail("The service base URL holds the character " + describeCharacter(parts.url[*bad]) +
-                    ", which cannot stand in a URL.");
-    }
-    if (auto bad = firstForbiddenCharacter(path)) {
-        return fail("The path '" + path + "' holds the character " + describeCharacter(path[*bad]) + " at offset " +
-                    std::to_string(*bad) + ", which cannot stand in a URL.");
-    }
-    parts.url += std::string_view(path).substr(!path.empty() && path.front() == '/' ? 1 : 0);
+    if (auto problem = appendPath(parts.url, path)) return fail("The path '" + path + "' " + *problem + ".");
 
     if (token) {
         for (const char c : *token) {
@@ -158,21 +232,30 @@ std::shared_ptr<const VLMSDKRequest> VLMSDKRequestBuilder::requestWithMethod(con
 
     if (parameters && !parameters->is_null()) {
         if (!parameters->is_object()) return fail("Request parameters must be a JSON object.");
-        try {
-            if (parametersInQuery) {
-                std::string query;
-                for (const auto& [key, value] : parameters->items()) {
-                    query += query.empty() ? '?' : '&';
-                    percentEncode(query, key);
-                    query += '=';
-                    percentEncode(query, value.is_string() ? value.get_ref<const std::string&>() : value.dump());
-                }
-                parts.url += query;
-            } else {
-                parts.body = parameters->dump();
+        using vlmsdk::detail::VLMSDKJSONWriter;
+        std::string problem;
+        if (parametersInQuery) {
+            if (auto found = VLMSDKJSONWriter::problemIn(*parameters)) {
+                return fail("The request parameters cannot be written as JSON: " + *found + "; nothing was sent.");
             }
-        } catch (const std::exception& e) {
-            return fail(std::string("The request parameters cannot be written as JSON: ") + e.what());
+            std::string query;
+            for (const auto& [key, value] : parameters->items()) {
+                query += query.empty() ? '?' : '&';
+                percentEncode(query, key);
+                query += '=';
+                if (value.is_string()) {
+                    percentEncode(query, value.get_ref<const std::string&>());
+                } else if (auto text = VLMSDKJSONWriter::write(value, &problem)) {
+                    percentEncode(query, *text);
+                } else {
+                    return fail("The request parameter '" + key + "' cannot be written as JSON: " + problem + ".");
+                }
+            }
+            parts.url += query;
+        } else if (auto text = VLMSDKJSONWriter::write(*parameters, &problem)) {
+            parts.body = std::move(*text);
+        } else {
+            return fail("The request body cannot be written as JSON: " + problem + "; nothing was sent.");
         }
     }
     return std::make_shared<const VLMSDKRequest>(std::move(parts));

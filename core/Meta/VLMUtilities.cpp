@@ -1,7 +1,5 @@
 #include <Velmora_Meta/VLMUtilities.h>
 
-#include <cmath>
-
 namespace {
 
 VLMSDKJSON& asObject(VLMSDKJSON& dictionary) {
@@ -22,10 +20,9 @@ void VLMUtilities::dictionary(VLMSDKJSON& dictionary, const std::optional<std::s
 
 void VLMUtilities::dictionary(VLMSDKJSON& dictionary, const std::optional<double>& setObject,
                               std::string_view forKey) {
-    if (!setObject) return;
-    // JSON has no NaN or infinity; such an amount is left out rather than sent as null.
-    if (!std::isfinite(*setObject)) return;
-    asObject(dictionary)[std::string(forKey)] = *setObject;
+    // A number that is not finite is kept as it is: the request builder refuses to send a body holding one,
+    // where leaving it out would send a body that no longer says what the caller gave.
+    if (setObject) asObject(dictionary)[std::string(forKey)] = *setObject;
 }
 
 void VLMUtilities::dictionary(VLMSDKJSON& dictionary, const std::optional<VLMSDKJSON>& setObject,

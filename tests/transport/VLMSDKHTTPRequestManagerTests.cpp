@@ -1,3 +1,5 @@
+#include "TestHTTPServer.h"
+
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 
 #include <gtest/gtest.h>
@@ -25,48 +27,6 @@
 namespace {
 
 using namespace std::chrono_literals;
-
-/// An HTTP (or, given certificate and key files, HTTPS) server on 127.0.0.1 and an ephemeral port, serving the
-/// routes it was given for as long as it lives.
-class TestHTTPServer {
-public:
-    explicit TestHTTPServer(const std::function<void(httplib::Server&)>& routes,
-                            const std::optional<std::pair<const char*, const char*>>& tls = std::nullopt) {
-        server_ = tls ? std::make_unique<httplib::SSLServer>(tls->first, tls->second)
-                      : std::make_unique<httplib::Server>();
-        scheme_ = tls ? "https" : "http";
-        if (!server_->is_valid()) throw std::runtime_error("the test server could not be set up");
-        // Idle keep-alive connections each hold a worker: leave room for every connection a test opens.
-        server_->new_task_queue = [] { return new httplib::ThreadPool(32); };
-        server_->set_keep_alive_max_count(100000);
-        // Without it, a reply written in two pieces waits for the client's delayed acknowledgement.
-        server_->set_tcp_nodelay(true);
-        routes(*server_);
-        port_ = server_->bind_to_any_port("127.0.0.1");
-        if (port_ <= 0) throw std::runtime_error("the test server could not bind a port");
-        // The library listens with a backlog of 5: a burst of new connections beyond it waits a second for a SYN
-        // retransmission. Listening again on the same socket widens the backlog.
-        struct Backlog : httplib::Server {
-            static void widen(httplib::Server& server) { ::listen(server.*(&Backlog::svr_sock_), SOMAXCONN); }
-        };
-        Backlog::widen(*server_);
-        thread_ = std::thread([this] { server_->listen_after_bind(); });
-        // The socket already listens, so clients could connect now; stop() only works once the loop runs.
-        while (!server_->is_running()) std::this_thread::yield();
-    }
-    ~TestHTTPServer() {
-        server_->stop();
-        thread_.join();
-    }
-    int port() const { return port_; }
-    std::string url(const std::string& path) const { return scheme_ + "://127.0.0.1:" + std::to_string(port_) + path; }
-
-private:
-    std::unique_ptr<httplib::Server> server_;
-    std::string scheme_;
-    int port_ = -1;
-    std::thread thread_;
-};
 
 // Only guards against a hang: a reply that never comes fails the test instead of stalling the suite.
 constexpr auto kHangGuard = 60s;
@@ -520,7 +480,7 @@ TEST(HTTPRequestManagerWireTest, CertificatesAreCheckedAsTheOptionsSay) {
 #if defined(VLMSDK_TEST_TLS_CERT) && defined(VLMSDK_TEST_TLS_KEY)
     const TestHTTPServer server([](httplib::Server& routes) {
         routes.Get("/json", [](auto&, httplib::Response& response) { response.set_content("{}", "application/json"); });
-    }, std::pair(VLMSDK_TEST_TLS_CERT, VLMSDK_TEST_TLS_KEY));
+    }, TestHTTPServer::TLSFiles(VLMSDK_TEST_TLS_CERT, VLMSDK_TEST_TLS_KEY));
     const std::vector<std::tuple<const char*, std::function<void(VLMSDKHTTPRequestManager::Options&)>, bool>> rows = {
         {"system CAs only: the self-signed certificate is refused", [](auto&) {}, false},
         {"its certificate as the CA file", [](auto& options) { options.caFile = VLMSDK_TEST_TLS_CERT; }, true},

@@ -18,7 +18,7 @@ public:
     /// no inverse).
     ///
     /// Values: text as JSON text; numbers as JSON numbers, integral ones as JSON integers (12, not 12.0;
-    /// -0 as 0), NaN and infinities left out; booleans as JSON booleans; dates as "YYYY-MM-DD"; times as
+    /// -0 as 0), NaN and infinities as they are (a request body holding one is not sent); booleans as JSON booleans; dates as "YYYY-MM-DD"; times as
     /// "YYYY-MM-DDTHH:MM:SSZ" (dates and times beyond the years -32767 to 32767 left out).
     static VLMSDKJSON serializeCollection(const std::vector<std::shared_ptr<VLMSDKRootObject>>& collection,
                                           const std::shared_ptr<const VLMSDKObjectMapping>& withMapping);

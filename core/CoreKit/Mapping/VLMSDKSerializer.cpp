@@ -14,7 +14,8 @@ constexpr int kMaxDepth = 100;
 std::optional<VLMSDKJSON> jsonRecord(const VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, int depth);
 
 std::optional<VLMSDKJSON> jsonNumber(double number) {
-    if (!std::isfinite(number)) return std::nullopt;  // JSON has no NaN or infinity
+    // NaN and infinity stay what they are; the request builder refuses to send them.
+    if (!std::isfinite(number)) return VLMSDKJSON(number);
     // Integral values are written as integers (12, not 12.0), as long as an int64 holds them exactly.
     if (number == std::trunc(number) && number >= -9223372036854775808.0 && number < 9223372036854775808.0) {
         return VLMSDKJSON(static_cast<std::int64_t>(number));

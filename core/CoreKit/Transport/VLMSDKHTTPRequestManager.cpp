@@ -1,5 +1,6 @@
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 
+#include "../JSON/VLMSDKJSONReader.h"
 #include "VLMSDKHTTPTransfer.h"
 
 #include <curl/curl.h>
@@ -97,6 +98,7 @@ private:
     std::vector<std::unique_ptr<VLMSDKHTTPTransfer>> transfers_;
     std::vector<VLMSDKHTTPTransfer*> idle_;
     std::size_t live_ = 0;
+    vlmsdk::detail::VLMSDKJSONReader reader_;
 
     std::atomic<std::size_t> connectionsOpened_{0};
     std::atomic<std::size_t> requestsSent_{0};
@@ -162,7 +164,7 @@ void VLMSDKHTTPRequestManager::Impl::enqueue(VLMSDKHTTPPendingRequest&& pending)
     if (!pending.completion) return;
     try {
         const std::string what =
-            pending.request ? pending.request->method() + " " + pending.request->url() : std::string("A request");
+            pending.request ? pending.request->method() + " " + pending.request->redactedURL() : std::string("A request");
         VLMErrorPtr error;
         switch (refusal) {
         case Refusal::ShutDown:
@@ -299,7 +301,7 @@ void VLMSDKHTTPRequestManager::Impl::collectFinished() {
         curl_multi_remove_handle(multi_, handle);
         transfer->setLive(false);
         --live_;
-        VLMSDKHTTPReply reply = transfer->finish(result);
+        VLMSDKHTTPReply reply = transfer->finish(result, reader_);
         auto completion = transfer->release();
         retire(transfer);
         complete(completion, std::move(reply));
@@ -321,7 +323,7 @@ void VLMSDKHTTPRequestManager::Impl::cancelAll() {
         waiting_.pop_front();
         VLMErrorPtr error = errorOr(outOfMemory_, [&, function = __func__] {
             return managerError(VLMErrorCode::Cancelled,
-                                pending.request->method() + " " + pending.request->url() +
+                                pending.request->method() + " " + pending.request->redactedURL() +
                                     " was cancelled before it was sent: the request manager shut down.",
                                 function);
         });

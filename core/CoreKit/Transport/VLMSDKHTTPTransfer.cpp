@@ -1,5 +1,6 @@
 #include "VLMSDKHTTPTransfer.h"
 
+#include "../JSON/VLMSDKJSONReader.h"
 #include "../VLMSDKHeaderLookup.h"
 
 #include <algorithm>
@@ -51,7 +52,8 @@ bool setOption(CURL* handle, CURLoption option, Value value) {
     return curl_easy_setopt(handle, option, value) == CURLE_OK;
 }
 
-std::string describe(const VLMSDKRequest& request) { return request.method() + " " + request.url(); }
+// Errors name the request without any password its URL carries.
+std::string describe(const VLMSDKRequest& request) { return request.method() + " " + request.redactedURL(); }
 
 // A short, printable piece of a reply body for an error message.
 std::string excerptOf(const std::string& body) {
@@ -101,6 +103,8 @@ bool VLMSDKHTTPTransfer::setSharedOptions() {
               setOption(handle_, CURLOPT_NOSIGNAL, 1L) &&
               setOption(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS)) &&
               setOption(handle_, CURLOPT_PROTOCOLS_STR, "http,https") &&
+              // The request builder has made the path exactly as it must go out; no dot segment is merged away.
+              setOption(handle_, CURLOPT_PATH_AS_IS, 1L) &&
               setOption(handle_, CURLOPT_CONNECTTIMEOUT_MS, clampedMilliseconds(options_.connectTimeout)) &&
               setOption(handle_, CURLOPT_TIMEOUT_MS, clampedMilliseconds(options_.requestTimeout)) &&
               setOption(handle_, CURLOPT_MAXFILESIZE_LARGE, maximumReply) &&
@@ -122,11 +126,11 @@ VLMErrorPtr VLMSDKHTTPTransfer::rejectionOf(const VLMSDKRequest* request) {
     if (request->buildError()) return request->buildError();
     if (methodOf(request->method()) == Method::Unsupported) {
         return networkError(VLMErrorCode::InvalidRequest,
-                            "The method '" + request->method() + "' of " + request->url() + " is not supported.",
+                            "The method '" + request->method() + "' of " + request->redactedURL() + " is not supported.",
                             __func__);
     }
     if (!startsWithIgnoringCase(request->url(), "http://") && !isHTTPS(request->url())) {
-        return networkError(VLMErrorCode::InvalidRequest, "The URL '" + request->url() + "' is not an http(s) URL.",
+        return networkError(VLMErrorCode::InvalidRequest, "The URL '" + request->redactedURL() + "' is not an http(s) URL.",
                             __func__);
     }
     return nullptr;
@@ -233,7 +237,7 @@ std::size_t VLMSDKHTTPTransfer::onHeader(char* data, std::size_t size, std::size
                     self.tooLarge_ = true;
                     return 0;
                 }
-                self.body_.reserve(static_cast<std::size_t>(announced));
+                self.body_.reserve(static_cast<std::size_t>(announced) + VLMSDKJSONReader::kSpareCapacity);
             }
         }
         if (self.replyHeaders_.empty()) self.replyHeaders_.reserve(16);
@@ -262,9 +266,9 @@ std::size_t VLMSDKHTTPTransfer::onBody(char* data, std::size_t size, std::size_t
     return length;
 }
 
-VLMSDKHTTPReply VLMSDKHTTPTransfer::finish(CURLcode result) {
+VLMSDKHTTPReply VLMSDKHTTPTransfer::finish(CURLcode result, VLMSDKJSONReader& reader) {
     try {
-        return replyFor(result);
+        return replyFor(result, reader);
     } catch (const std::exception& exception) {
         try {
             return {nullptr, nullptr,
@@ -277,16 +281,15 @@ VLMSDKHTTPReply VLMSDKHTTPTransfer::finish(CURLcode result) {
     }
 }
 
-VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result) {
+VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result, VLMSDKJSONReader& reader) {
     long statusCode = 0;
     curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &statusCode);
 
     VLMSDKHTTPReply reply;
     if (statusCode > 0) {
-        const char* effectiveURL = nullptr;
-        curl_easy_getinfo(handle_, CURLINFO_EFFECTIVE_URL, &effectiveURL);
-        reply.response = std::make_shared<const VLMSDKURLResponse>(
-            effectiveURL ? std::string(effectiveURL) : request_->url(), statusCode, std::move(replyHeaders_));
+        // The request's own URL, redacted: redirects are not followed, so it is the one that answered.
+        reply.response = std::make_shared<const VLMSDKURLResponse>(request_->redactedURL(), statusCode,
+                                                                   std::move(replyHeaders_));
     }
     if (result != CURLE_OK || tooLarge_ || outOfMemory_) {
         reply.error = transportError(result, statusCode);
@@ -294,18 +297,21 @@ VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result) {
     }
     if (trimmed(body_).empty()) return reply;
 
-    auto json = VLMSDKJSON::parse(body_.data(), body_.data() + body_.size(), nullptr, false);
-    if (json.is_discarded()) {
-        auto error = VLMError::errorWithCode(VLMErrorCode::InvalidResponse, kVLMSDKResponseErrorDomain,
-                                             "The reply to " + describe(*request_) + " (HTTP " +
-                                                 std::to_string(statusCode) + ") is not JSON: " + excerptOf(body_),
-                                             __func__, __FILE__);
+    auto read = reader.read(body_);
+    if (read.failure != VLMSDKJSONReader::Failure::None) {
+        const std::string what = "The reply to " + describe(*request_) + " (HTTP " + std::to_string(statusCode) + ")";
+        auto error = VLMError::errorWithCode(
+            VLMErrorCode::InvalidResponse, kVLMSDKResponseErrorDomain,
+            read.failure == VLMSDKJSONReader::Failure::TooDeep
+                ? what + " is nested deeper than " + std::to_string(kVLMSDKMaximumJSONDepth) + " levels."
+                : what + " is not JSON: " + excerptOf(body_),
+            __func__, __FILE__);
         auto details = error->details();
         details.httpStatusCode = statusCode;
         reply.error = std::make_shared<const VLMError>(std::move(details));
         return reply;
     }
-    reply.responseJSON = std::make_shared<const VLMSDKJSON>(std::move(json));
+    reply.responseJSON = std::make_shared<const VLMSDKJSON>(std::move(read.json));
     return reply;
 }
 

@@ -11,6 +11,8 @@
 
 namespace vlmsdk::detail {
 
+class VLMSDKJSONReader;
+
 /// A request handed to the HTTP request manager, as it waits for a transfer.
 struct VLMSDKHTTPPendingRequest {
     std::shared_ptr<const VLMSDKRequest> request;
@@ -48,8 +50,9 @@ public:
     /// the request: `release` hands back its completion.
     VLMErrorPtr load(VLMSDKHTTPPendingRequest&& pending);
 
-    /// The reply of the loaded request once libcurl reports `result`; parses the body. Never throws.
-    VLMSDKHTTPReply finish(CURLcode result);
+    /// The reply of the loaded request once libcurl reports `result`; parses the body with `reader`.
+    /// Never throws.
+    VLMSDKHTTPReply finish(CURLcode result, VLMSDKJSONReader& reader);
 
     /// The error that answers the loaded request when the manager shuts down first.
     VLMErrorPtr cancellationError() const;
@@ -71,7 +74,7 @@ private:
     static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* transfer);
     static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* transfer);
 
-    VLMSDKHTTPReply replyFor(CURLcode result);
+    VLMSDKHTTPReply replyFor(CURLcode result, VLMSDKJSONReader& reader);
     VLMErrorPtr transportError(CURLcode result, long statusCode) const;
 
     const VLMSDKHTTPRequestManagerOptions& options_;

@@ -41,6 +41,9 @@ TEST(VLMUtilities, PutsPresentValuesAndLeavesAbsentOnesOut) {
     VLMUtilities::dictionary(body, std::optional<double>(), "absent_number");
     VLMUtilities::dictionary(body, std::optional<double>(std::nan("")), "nan");
     VLMUtilities::dictionary(body, std::optional<VLMSDKJSON>(VLMSDKJSON::array({1})), "items");
+    // A NaN is kept, so that the request builder can refuse the body rather than send it without the key.
+    ASSERT_TRUE(body.contains("nan") && std::isnan(body["nan"].get<double>()));
+    body.erase("nan");
     EXPECT_EQ(body, (VLMSDKJSON{{"last_name", "Moreau"}, {"empty", ""}, {"amount", 12.5}, {"items", {1}}}));
 }
 

@@ -5,6 +5,7 @@
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolio.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolioDeliverableItem.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservation.h>
+#include <VLMSDKPMSKit/Public/Models/VLMSDKReservationGuest.h>
 
 #include <gtest/gtest.h>
 
@@ -214,6 +215,50 @@ TEST(Mapping, RepliesThatCannotBeMappedNameTheKeyAtFault) {
         EXPECT_NE(mapped->error()->developerMessage().find(row.key), std::string::npos)
             << mapped->error()->description();
     }
+}
+
+TEST(Mapping, AValueNestedAQuarterMillionDeepUnderAnyKeyIsNeverWalked) {
+    // Built without recursion, and moved in and out of each reply: copying it would recurse 250,000 deep.
+    VLMSDKJSON deep = 1;
+    for (int level = 0; level < 250000; ++level) {
+        VLMSDKJSON outer = VLMSDKJSON::array();
+        outer.get_ref<VLMSDKJSON::array_t&>().push_back(std::move(deep));
+        deep = std::move(outer);
+    }
+    struct Row {
+        const char* record;
+        std::shared_ptr<const VLMSDKObjectMapping> mapping;  // whose keys are tried
+        std::shared_ptr<const VLMSDKObjectMapping> mapped;   // what maps the reply
+        VLMSDKJSON reply;
+        std::vector<std::string> path;  // to the object that holds the keys
+    };
+    const Row rows[] = {
+        {"reservation", VLMSDKReservation::objectMapping(), VLMSDKReservation::objectMapping(), kReservationReply, {}},
+        {"guest", VLMSDKReservationGuest::objectMapping(), VLMSDKReservation::objectMapping(), kReservationReply,
+         {"guests", "0"}},
+        {"folio", VLMSDKFolio::objectMapping(), VLMSDKFolio::objectMapping(), kFolioReply, {}},
+        {"posting", VLMSDKFolioDeliverableItem::objectMapping(), VLMSDKFolio::objectMapping(), kFolioReply,
+         {"transactions", "0"}},
+    };
+    std::size_t tried = 0;
+    for (const auto& row : rows) {
+        for (const auto& entry : row.mapping->entries()) {
+            SCOPED_TRACE(std::string(row.record) + "." + entry.jsonKey);
+            VLMSDKJSON reply = row.reply;
+            VLMSDKJSON* holder = &reply;
+            for (const auto& step : row.path) holder = holder->is_array() ? &(*holder)[std::stoul(step)] : &(*holder)[step];
+            (*holder)[entry.jsonKey] = std::move(deep);
+            const auto mapped = VLMSDKMapper::objectFromJSON(reply, row.mapped);
+            deep = std::move((*holder)[entry.jsonKey]);
+            ++tried;
+            if (mapped->error()) {
+                EXPECT_NE(mapped->error()->developerMessage().find(entry.jsonKey), std::string::npos)
+                    << mapped->error()->description();
+            }
+        }
+    }
+    EXPECT_GT(tried, 25u);
+    EXPECT_TRUE(deep.is_array());
 }
 
 }  // namespace

@@ -115,7 +115,8 @@ TEST(PayForReservationRequest, ValidatesCardReservationAmountAndCurrencyInThatOr
         {"amount before currency", pay("card", "r", 0, ""), "amount"},
         {"empty currency", pay("card", "r", 0.01, ""), "currencyCode"},
         {"negative amount", pay("card", "r", -5, "USD"), ""},
-        {"NaN amount", pay("card", "r", std::nan(""), "USD"), ""},
+        {"NaN amount", pay("card", "r", std::nan(""), "USD"), "amount"},
+        {"infinite amount", pay("card", "r", -std::numeric_limits<double>::infinity(), "USD"), "amount"},
         {"one-letter currency", pay("card", "r", 3, "X"), ""},
     };
     for (const auto& row : rows) {
@@ -144,7 +145,9 @@ TEST(UpdateMasterBillRequest, ValidatesReservationThenItemsAndSerializesItemsInO
     EXPECT_EQ(request.JSONRepresentation(), (VLMSDKJSON{{"deliverable_items", VLMSDKJSON::array()}}));
 
     request.setVelmoraDeliverables({std::make_shared<VLMSDKDeliverableCountableItem>("minibar-water", 2),
-                                    std::make_shared<VLMSDKDeliverableCountableItem>("late-checkout", 1)});
+                                    std::make_shared<VLMSDKDeliverableCountableItem>("late-checkout", std::nan(""))});
+    EXPECT_EQ(failedName(request), "velmoraDeliverables");
+    request.velmoraDeliverables()[1]->setCount(1);
     EXPECT_EQ(failedName(request), "");
     EXPECT_EQ(request.JSONRepresentation(),
               (VLMSDKJSON{{"deliverable_items",

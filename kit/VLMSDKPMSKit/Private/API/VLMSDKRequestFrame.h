@@ -118,6 +118,25 @@ public:
             });
     }
 
+    /// `send` on `pathFormat` with `identifier` put in place of "%@" as it is (the request builder escapes
+    /// what a path cannot hold), except that '/' would make it name another route: such an identifier is
+    /// refused with the required-argument error named `argumentName`, by the delivery rule, and nothing is sent.
+    static void sendForIdentifier(const VLMSDKAPIManager& manager, const Operation& operation, const char* pathFormat,
+                                  const std::string& identifier, const char* argumentName,
+                                  const std::optional<VLMSDKJSON>& parameters, Completion completion,
+                                  VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
+        if (identifier.find('/') != std::string::npos) {
+            deliver(std::move(completion), Result{},
+                    VLMError::requiredArgumentErrorWithName(
+                        argumentName,
+                        "The identifier '" + identifier +
+                            "' holds '/', which would send the request to another route; nothing was sent.",
+                        site.function, site.file));
+            return;
+        }
+        send(manager, operation, pathWithIdentifier(pathFormat, identifier), parameters, std::move(completion));
+    }
+
     /// "path/%@" with the identifier put in place, as it is.
     static std::string pathWithIdentifier(const char* format, const std::string& identifier) {
         std::string path(format);

@@ -15,9 +15,12 @@
 namespace {
 
 // Posting amounts may arrive as text ("9.90"). Text becomes the number it starts with (0 when none, the
-// sign kept: a credit stays negative); every other value, null included, is handed on unchanged.
+// sign kept: a credit stays negative); every other value, null included, is handed on unchanged, except
+// that an array or object is handed on empty: only its kind matters to the mapper, which refuses it, and
+// copying it whole would walk whatever nesting the reply holds.
 VLMSDKMappedValue amountTextTransform(const VLMSDKJSON& value) {
     try {
+        if (value.is_structured()) return VLMSDKMappedValue(std::in_place_type<VLMSDKJSON>, VLMSDKJSON(value.type()));
         if (!value.is_string()) return VLMSDKMappedValue(std::in_place_type<VLMSDKJSON>, value);
         return VLMSDKMappedValue(std::in_place_type<VLMSDKJSON>,
                                  vlmsdk::detail::leadingDecimalValue(value.get_ref<const std::string&>()));

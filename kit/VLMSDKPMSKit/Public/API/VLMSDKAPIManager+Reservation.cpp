@@ -96,35 +96,32 @@ void createReservationWithRequest(const VLMSDKAPIManager& manager,
 void fetchReservationWithID(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
                             VLMSDKReservationCompletion completion) {
     if (!reservationID) return ReservationFrame::failAbsentArgument("reservationID", completion);
-    ReservationFrame::send(manager, fetchOperation,
-                           ReservationFrame::pathWithIdentifier("guest/reservations/%@", *reservationID),
-                           std::nullopt, std::move(completion));
+    ReservationFrame::sendForIdentifier(manager, fetchOperation, "guest/reservations/%@", *reservationID,
+                                        "reservationID", std::nullopt, std::move(completion));
 }
 
 void confirmReservationWithID(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
                               bool notifyAboutMobileCheckinOpen, VLMSDKReservationCompletion completion) {
     if (!reservationID) return ReservationFrame::failAbsentArgument("reservationVelmoraID", completion);
-    ReservationFrame::send(manager, confirmOperation,
-                           ReservationFrame::pathWithIdentifier("guest/reservations/%@", *reservationID),
-                           VLMSDKJSON{{"notify_me", notifyAboutMobileCheckinOpen}}, std::move(completion));
+    ReservationFrame::sendForIdentifier(manager, confirmOperation, "guest/reservations/%@", *reservationID,
+                                        "reservationVelmoraID", VLMSDKJSON{{"notify_me", notifyAboutMobileCheckinOpen}},
+                                        std::move(completion));
 }
 
 void performMobileCheckinForReservationWithID(const VLMSDKAPIManager& manager,
                                               const std::optional<std::string>& reservationID,
                                               VLMSDKReservationCompletion completion) {
     if (!reservationID) return ReservationFrame::failAbsentArgument("reservationVelmoraID", completion);
-    ReservationFrame::send(manager, checkinOperation,
-                           ReservationFrame::pathWithIdentifier("guest/reservations/%@/mobile_checkin", *reservationID),
-                           std::nullopt, std::move(completion));
+    ReservationFrame::sendForIdentifier(manager, checkinOperation, "guest/reservations/%@/mobile_checkin",
+                                        *reservationID, "reservationVelmoraID", std::nullopt, std::move(completion));
 }
 
 void performMobileCheckoutForReservationWithID(const VLMSDKAPIManager& manager,
                                                const std::optional<std::string>& reservationID,
                                                VLMSDKSuccessCompletion completion) {
     if (!reservationID) return SuccessFrame::failAbsentArgument("reservationVelmoraID", completion);
-    SuccessFrame::send(manager, checkoutOperation,
-                       SuccessFrame::pathWithIdentifier("guest/reservations/%@/mobile_checkout", *reservationID),
-                       std::nullopt, std::move(completion));
+    SuccessFrame::sendForIdentifier(manager, checkoutOperation, "guest/reservations/%@/mobile_checkout", *reservationID,
+                                    "reservationVelmoraID", std::nullopt, std::move(completion));
 }
 
 void payForReservationWithRequest(const VLMSDKAPIManager& manager,
@@ -132,24 +129,23 @@ void payForReservationWithRequest(const VLMSDKAPIManager& manager,
                                   VLMSDKPayForReservationCompletion completion) {
     if (!requestInfo) return PayFrame::failAbsentArgument("requestInfo", completion);
     if (!PayFrame::validateLogging(*requestInfo, "Can't pay for reservation. %s", completion)) return;
-    PayFrame::send(manager, payOperation,
-                   PayFrame::pathWithIdentifier("guest/reservations/%@/transactions", *requestInfo->reservationID()),
-                   requestInfo->JSONRepresentation(), std::move(completion));
+    PayFrame::sendForIdentifier(manager, payOperation, "guest/reservations/%@/transactions",
+                                *requestInfo->reservationID(), "reservationID", requestInfo->JSONRepresentation(),
+                                std::move(completion));
 }
 
 void fetchReservationMasterBill(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
                                 VLMSDKFolioCompletion completion) {
     if (!reservationID) return FolioFrame::failAbsentArgument("reservationID", completion);
-    FolioFrame::send(manager, fetchMasterBillOperation,
-                     FolioFrame::pathWithIdentifier("guest/reservations/%@/folio", *reservationID), std::nullopt,
-                     std::move(completion));
+    FolioFrame::sendForIdentifier(manager, fetchMasterBillOperation, "guest/reservations/%@/folio", *reservationID,
+                                  "reservationID", std::nullopt, std::move(completion));
 }
 
 void updateReservationMasterBillWithRequest(
     const VLMSDKAPIManager& manager, std::shared_ptr<const VLMSDKUpdateReservationMasterBillRequestInfo> requestInfo,
     VLMSDKFolioCompletion completion) {
     if (!FolioFrame::validateAsserting(requestInfo.get(), "[requestInfo isValid:&validationError]", completion)) return;
-    FolioFrame::send(manager, updateMasterBillOperation,
-                     FolioFrame::pathWithIdentifier("guest/reservations/%@/charge", *requestInfo->reservationID()),
-                     requestInfo->JSONRepresentation(), std::move(completion));
+    FolioFrame::sendForIdentifier(manager, updateMasterBillOperation, "guest/reservations/%@/charge",
+                                  *requestInfo->reservationID(), "reservationID", requestInfo->JSONRepresentation(),
+                                  std::move(completion));
 }

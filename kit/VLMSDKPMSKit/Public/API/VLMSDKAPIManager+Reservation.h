@@ -24,12 +24,16 @@
 /// - an absent argument: the assertion handler is told first, then the error is a required-argument
 ///   error (VLMErrorCode::RequiredArgument) whose argumentName() names the argument; nothing is sent;
 /// - an invalid request description: the description's own required-argument error; nothing is sent;
+/// - an identifier holding '/': a required-argument error naming the identifier's argument, whose message
+///   says so; nothing is sent (a '/' would turn the request into another operation's, such as check-in);
 /// - a transport failure: the request manager's error (VLMErrorCode::Transport, Timeout, Cancelled,
-///   InvalidRequest for an identifier that cannot stand in a URL, ...);
+///   InvalidRequest for an identifier the request builder refuses: "." or "..", or a control character);
 /// - an HTTP status outside 2xx: VLMErrorCode::HTTPStatus, with httpStatusCode() and the server's message;
 /// - a reply that is not the expected JSON: VLMErrorCode::InvalidResponse or MissingRequiredKey;
 /// - a reply that cannot be turned into records: VLMErrorCode::Mapping, naming the JSON key at fault.
-/// Identifiers are put into paths as they are; the operations keep no state between calls.
+/// Identifiers are put into paths as they are and the request builder percent-encodes whatever a path
+/// segment cannot hold ('?', '#', '%', spaces, non-ASCII...), so an identifier never leaves its segment.
+/// The operations keep no state between calls.
 
 using VLMSDKReservationCompletion = std::function<void(std::shared_ptr<VLMSDKReservation> reservation, VLMErrorPtr error)>;
 /// Completion of mobile check-out: true and no error on success, false and the error otherwise.

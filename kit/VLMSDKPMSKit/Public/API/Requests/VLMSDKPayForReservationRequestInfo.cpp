@@ -21,16 +21,20 @@ VLMSDKJSON VLMSDKPayForReservationRequestInfo::JSONRepresentation() const {
 
 bool VLMSDKPayForReservationRequestInfo::isValid(VLMErrorPtr* error) const {
     const char* failed = nullptr;
+    std::optional<std::string> why;
     if (isEmpty(creditCardID_)) {
         failed = "creditCardID";
     } else if (isEmpty(reservationID_)) {
         failed = "reservationID";
+    } else if (amount_ && !std::isfinite(*amount_)) {
+        failed = "amount";
+        why = "The amount is not a finite number.";
     } else if (std::fabs(amount_.value_or(0.0)) < std::numeric_limits<double>::epsilon()) {
         failed = "amount";
     } else if (isEmpty(currencyCode_)) {
         failed = "currencyCode";
     }
     if (!failed) return true;
-    VLMUtilities::error(error, VLMError::requiredArgumentErrorWithName(failed, std::nullopt, __func__, __FILE__));
+    VLMUtilities::error(error, VLMError::requiredArgumentErrorWithName(failed, why, __func__, __FILE__));
     return false;
 }

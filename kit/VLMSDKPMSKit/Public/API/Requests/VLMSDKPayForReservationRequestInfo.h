@@ -21,9 +21,9 @@ public:
     /// {"credit_card_id", "amount", "currency"}; the amount as the number it is. No reservation member.
     VLMSDKJSON JSONRepresentation() const override;
 
-    /// Tests, in this order: creditCardID non-empty, reservationID non-empty, |amount| at least the double
-    /// epsilon (absent counts 0; negative passes; NaN passes), currencyCode non-empty. The error names the
-    /// first that fails.
+    /// Tests, in this order: creditCardID non-empty, reservationID non-empty, amount finite (NaN and infinity
+    /// cannot be written as JSON) and |amount| at least the double epsilon (absent counts 0; negative passes),
+    /// currencyCode non-empty. The error names the first that fails.
     bool isValid(VLMErrorPtr* error) const override;
 
 private:

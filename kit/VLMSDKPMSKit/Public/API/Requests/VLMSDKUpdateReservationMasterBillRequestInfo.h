@@ -23,7 +23,8 @@ public:
     /// {"deliverable_items": [...]}, one object per item in order, written by the item's serialization mapping.
     VLMSDKJSON JSONRepresentation() const override;
 
-    /// Tests, in this order: reservationID non-empty, at least one item. The items themselves are not examined.
+    /// Tests, in this order: reservationID non-empty, at least one item, every quantity given a finite number
+    /// (NaN and infinity cannot be written as JSON). The error names the property that fails.
     bool isValid(VLMErrorPtr* error) const override;
 
 private:
