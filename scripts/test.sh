@@ -29,4 +29,10 @@ cmake --build "$dir" -j"$jobs"
 export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/tsan.supp}"
-ctest --test-dir "$dir" --output-on-failure -j"$jobs" "${filter[@]}"
+log="$dir/ctest.log"
+ctest --test-dir "$dir" --output-on-failure -j"$jobs" "${filter[@]}" | tee "$log"
+# A test that skips itself hides a missing tool: it fails the run like a test that fails.
+if grep -q "tests did not run" "$log"; then
+  echo "test.sh: some tests did not run (skipped): install what they need with scripts/setup.sh --tests" >&2
+  exit 1
+fi

@@ -476,32 +476,4 @@ TEST(HTTPRequestManagerWireTest, ProxyOptionAndEmptyHeaderValuesReachTheWire) {
     }
 }
 
-TEST(HTTPRequestManagerWireTest, CertificatesAreCheckedAsTheOptionsSay) {
-#if defined(VLMSDK_TEST_TLS_CERT) && defined(VLMSDK_TEST_TLS_KEY)
-    const TestHTTPServer server([](httplib::Server& routes) {
-        routes.Get("/json", [](auto&, httplib::Response& response) { response.set_content("{}", "application/json"); });
-    }, TestHTTPServer::TLSFiles(VLMSDK_TEST_TLS_CERT, VLMSDK_TEST_TLS_KEY));
-    const std::vector<std::tuple<const char*, std::function<void(VLMSDKHTTPRequestManager::Options&)>, bool>> rows = {
-        {"system CAs only: the self-signed certificate is refused", [](auto&) {}, false},
-        {"its certificate as the CA file", [](auto& options) { options.caFile = VLMSDK_TEST_TLS_CERT; }, true},
-        {"no verification", [](auto& options) { options.verifyPeer = options.verifyHost = false; }, true},
-    };
-    for (const auto& [name, configure, succeeds] : rows) {
-        SCOPED_TRACE(name);
-        auto options = quickOptions();
-        configure(options);
-        ReplyRecorder recorder(1);
-        VLMSDKHTTPRequestManager manager(options);
-        manager.performDataTaskRequest(makeRequest("GET", server.url("/json")), recorder.completion(0));
-        ASSERT_TRUE(recorder.waitForCalls());
-        const Reply reply = recorder.reply(0);
-        EXPECT_EQ(reply.json != nullptr, succeeds);
-        EXPECT_EQ(reply.error ? reply.error->code() : VLMErrorCode::Unknown,
-                  succeeds ? VLMErrorCode::Unknown : VLMErrorCode::Transport);
-    }
-#else
-    GTEST_SKIP() << "no test certificate could be made at configure time";
-#endif
-}
-
 }  // namespace

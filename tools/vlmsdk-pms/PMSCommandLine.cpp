@@ -85,6 +85,11 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     CLI::Option* tokenOption =
         app.add_option("--token", token, "Bearer token to send (default: the local service's own token)")
             ->envname("VLMSDK_PMS_TOKEN");
+    std::string caFile;
+    CLI::Option* caFileOption =
+        app.add_option("--ca-file", caFile, "CA certificates (PEM) to trust instead of the system's")
+            ->envname("VLMSDK_PMS_CA_FILE")
+            ->check(CLI::ExistingFile);
     app.add_flag("--json", settings.json, "Print one JSON document instead of text");
     app.add_flag("-v,--verbose", settings.verbosity, "Show the SDK's log lines (twice: debug lines too)");
     app.add_option("--timeout", timeoutSeconds, "Seconds one operation may take")
@@ -225,6 +230,7 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
 
     if (baseURLOption->count() > 0 || !baseURL.empty()) settings.baseURL = baseURL;
     if (tokenOption->count() > 0 || !token.empty()) settings.token = token;
+    if (caFileOption->count() > 0 || !caFile.empty()) settings.caFile = caFile;
     settings.timeout = std::chrono::milliseconds(std::llround(timeoutSeconds * 1000.0));
     VLMSDKConsoleLogger::sharedLogger().setMaximumLevel(consoleLevel(settings.verbosity));
 

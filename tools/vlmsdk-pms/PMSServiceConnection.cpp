@@ -44,6 +44,7 @@ std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettin
     builder->setAccessToken(token);
     VLMSDKHTTPRequestManagerOptions options;
     options.requestTimeout = settings.timeout;
+    options.caFile = settings.caFile;
     options.connectTimeout = std::min<std::chrono::milliseconds>(settings.timeout, std::chrono::seconds(10));
     connection->requestManager_ = std::make_shared<VLMSDKHTTPRequestManager>(options);
     connection->apiManager_ = std::make_unique<VLMSDKAPIManager>(builder, connection->requestManager_);
