@@ -452,7 +452,7 @@ TEST_F(SandboxTest, ConcurrentClientsLoseNoUpdate) {
 #ifdef PMS_SANDBOX_EXE
 TEST(SandboxExecutable, SaysWhereItListensAndExitsCleanlyOnSIGTERM) {
     // The shell prints its pid and then becomes the sandbox, so that pclose() reports the sandbox's exit.
-    FILE* out = popen("echo $$; exec '" PMS_SANDBOX_EXE "' --token exe-token --prefix p", "r");
+    FILE* out = popen("echo $$; exec '" PMS_SANDBOX_EXE "' --in-memory --quiet --token exe-token --prefix p", "r");
     ASSERT_NE(out, nullptr);
     std::string text;
     pollfd readable{fileno(out), POLLIN, 0};
