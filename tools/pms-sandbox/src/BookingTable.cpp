@@ -51,7 +51,7 @@ void BookingTable::reset(const std::vector<Booking>& seeded) {
 }
 
 bool BookingTable::load(Booking& booking, bool withPostings) {
-    SqliteStatement row = database_.prepare(
+    SqliteStatement& row = database_.prepare(
         "SELECT on_platform, notify_me, status, checkin_available, room_number, outstanding_cents "
         "FROM bookings WHERE id = ?");
     row.bind(1, booking.id);
@@ -64,7 +64,7 @@ bool BookingTable::load(Booking& booking, bool withPostings) {
     booking.outstandingCents = row.integer(5);
     booking.postings.clear();
     if (!withPostings) return true;
-    SqliteStatement lines = database_.prepare(
+    SqliteStatement& lines = database_.prepare(
         "SELECT name, code, cents, amount_as_text, currency FROM postings WHERE booking_id = ? ORDER BY id");
     lines.bind(1, booking.id);
     while (lines.step()) {
@@ -82,7 +82,7 @@ void BookingTable::saveState(const Booking& booking) {
 }
 
 void BookingTable::addPosting(const std::string& bookingId, const Posting& posting, const std::string* paymentId) {
-    SqliteStatement insert = database_.prepare(
+    SqliteStatement& insert = database_.prepare(
         "INSERT INTO postings (booking_id, name, code, cents, amount_as_text, currency, payment_id) "
         "VALUES (?, ?, ?, ?, ?, ?, ?)");
     insert.bindAll(bookingId, posting.name, posting.code, posting.cents, posting.amountAsText, posting.currency);
@@ -96,7 +96,7 @@ void BookingTable::addPayment(const std::string& bookingId, const Payment& payme
 }
 
 std::string BookingTable::nextPaymentId() {
-    SqliteStatement next =
+    SqliteStatement& next =
         database_.prepare("UPDATE counters SET value = value + 1 WHERE name = 'payments' RETURNING value");
     const std::int64_t number = next.step() ? next.integer(0) : 0;
     next.run();
@@ -106,7 +106,7 @@ std::string BookingTable::nextPaymentId() {
 }
 
 std::vector<std::string> BookingTable::roomsHeld(const std::string& venueId, const std::string& exceptId) {
-    SqliteStatement rooms = database_.prepare(
+    SqliteStatement& rooms = database_.prepare(
         "SELECT room_number FROM bookings WHERE venue_id = ? AND id != ? AND status != 'checked_out' "
         "AND room_number != ''");
     rooms.bindAll(venueId, exceptId);
@@ -116,7 +116,7 @@ std::vector<std::string> BookingTable::roomsHeld(const std::string& venueId, con
 }
 
 BookingTable::Totals BookingTable::totals(const std::string& bookingId) {
-    SqliteStatement sums = database_.prepare(
+    SqliteStatement& sums = database_.prepare(
         "SELECT COALESCE(SUM(CASE WHEN cents > 0 THEN cents END), 0), "
         "COALESCE(-SUM(CASE WHEN cents < 0 THEN cents END), 0), COUNT(*) FROM postings WHERE booking_id = ?");
     sums.bind(1, bookingId);

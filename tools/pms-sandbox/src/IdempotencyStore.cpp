@@ -24,7 +24,7 @@ void IdempotencyStore::createTables() {
 }
 
 std::optional<IdempotencyStore::Stored> IdempotencyStore::find(const std::string& key) {
-    SqliteStatement row =
+    SqliteStatement& row =
         database_.prepare("SELECT fingerprint, status, headers, body FROM idempotency_keys WHERE key = ?");
     row.bind(1, key);
     if (!row.step()) return std::nullopt;

@@ -16,7 +16,10 @@ SqliteDatabase::SqliteDatabase(const std::string& path) {
     sqlite3_extended_result_codes(handle_, 1);
 }
 
-SqliteDatabase::~SqliteDatabase() { sqlite3_close_v2(handle_); }
+SqliteDatabase::~SqliteDatabase() {
+    statements_.clear();
+    sqlite3_close_v2(handle_);
+}
 
 void SqliteDatabase::exec(const char* sql) {
     char* message = nullptr;
@@ -27,8 +30,18 @@ void SqliteDatabase::exec(const char* sql) {
     }
 }
 
-SqliteStatement SqliteDatabase::prepare(std::string_view sql) { return SqliteStatement(handle_, sql); }
+SqliteStatement& SqliteDatabase::prepare(std::string_view sql) {
+    auto found = statements_.find(sql);
+    if (found != statements_.end()) {
+        found->second->reset();
+        return *found->second;
+    }
+    auto statement = std::make_unique<SqliteStatement>(handle_, sql);
+    return *statements_.emplace(std::string(sql), std::move(statement)).first->second;
+}
 
-std::int64_t SqliteDatabase::lastInsertRowId() const { return sqlite3_last_insert_rowid(handle_); }
+void SqliteDatabase::resetStatements() {
+    for (auto& [sql, statement] : statements_) statement->reset();
+}
 
 }  // namespace pmssandbox

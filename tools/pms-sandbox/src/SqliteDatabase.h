@@ -3,6 +3,8 @@
 #include "SqliteStatement.h"
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -22,16 +24,20 @@ public:
 
     /// Runs one or more statements that take no parameters.
     void exec(const char* sql);
-    SqliteStatement prepare(std::string_view sql);
+    /// The statement for `sql`, prepared on first use and kept; reset and unbound on every later one.
+    SqliteStatement& prepare(std::string_view sql);
     /// Prepares `sql`, binds `values` and runs it to the end.
     template <class... Values>
     void run(std::string_view sql, const Values&... values) {
         prepare(sql).bindAll(values...).run();
     }
-    std::int64_t lastInsertRowId() const;
+    /// Resets every kept statement, so that none holds a read open past the end of a transaction.
+    void resetStatements();
 
 private:
     sqlite3* handle_ = nullptr;
+    // Finalised before the connection closes; std::less<> looks up by string_view without a copy.
+    std::map<std::string, std::unique_ptr<SqliteStatement>, std::less<>> statements_;
 };
 
 }  // namespace pmssandbox

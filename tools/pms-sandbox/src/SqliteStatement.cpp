@@ -4,7 +4,6 @@
 
 #include <sqlite3.h>
 
-#include <utility>
 
 namespace pmssandbox {
 
@@ -14,9 +13,6 @@ SqliteStatement::SqliteStatement(sqlite3* database, std::string_view sql) : data
 }
 
 SqliteStatement::~SqliteStatement() { sqlite3_finalize(statement_); }
-
-SqliteStatement::SqliteStatement(SqliteStatement&& other) noexcept
-    : database_(other.database_), statement_(std::exchange(other.statement_, nullptr)) {}
 
 SqliteStatement& SqliteStatement::bind(int index, std::int64_t value) {
     if (sqlite3_bind_int64(statement_, index, value) != SQLITE_OK) throw SqliteError(database_, "bind");
@@ -45,6 +41,11 @@ bool SqliteStatement::step() {
 void SqliteStatement::run() {
     while (step()) {
     }
+}
+
+void SqliteStatement::reset() {
+    sqlite3_reset(statement_);
+    sqlite3_clear_bindings(statement_);
 }
 
 std::int64_t SqliteStatement::integer(int column) const { return sqlite3_column_int64(statement_, column); }

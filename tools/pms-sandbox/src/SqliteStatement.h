@@ -16,8 +16,6 @@ class SqliteStatement {
 public:
     SqliteStatement(sqlite3* database, std::string_view sql);
     ~SqliteStatement();
-    SqliteStatement(SqliteStatement&& other) noexcept;
-    SqliteStatement& operator=(SqliteStatement&&) = delete;
     SqliteStatement(const SqliteStatement&) = delete;
     SqliteStatement& operator=(const SqliteStatement&) = delete;
 
@@ -42,6 +40,8 @@ public:
     bool step();
     /// Runs a statement that returns no rows.
     void run();
+    /// Back to before the first step, with no parameter bound.
+    void reset();
 
     std::int64_t integer(int column) const;
     std::string text(int column) const;

@@ -11,6 +11,7 @@ SqliteTransaction::SqliteTransaction(SqliteDatabase& database, bool forWriting) 
 SqliteTransaction::~SqliteTransaction() {
     if (!open_) return;
     try {
+        database_.resetStatements();
         database_.exec("ROLLBACK");
     } catch (...) {
         // SQLite has rolled back already when a statement failed that way.
@@ -18,6 +19,7 @@ SqliteTransaction::~SqliteTransaction() {
 }
 
 void SqliteTransaction::commit() {
+    database_.resetStatements();
     database_.exec("COMMIT");
     open_ = false;
 }

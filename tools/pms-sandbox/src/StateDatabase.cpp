@@ -25,7 +25,7 @@ StateDatabase::~StateDatabase() {
 }
 
 std::optional<std::string> StateDatabase::seedText() {
-    SqliteStatement query = database_.prepare("SELECT value FROM sandbox_meta WHERE key = 'seed'");
+    SqliteStatement& query = database_.prepare("SELECT value FROM sandbox_meta WHERE key = 'seed'");
     if (!query.step()) return std::nullopt;
     return query.text(0);
 }
