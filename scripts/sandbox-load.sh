@@ -12,28 +12,21 @@ cd "$root"
 if [ ! -f "$build/CMakeCache.txt" ]; then
   cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" --target pms-sandbox vlmsdk-bench-sandbox-load >/dev/null
+cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" --target pms-sandbox vlmsdk-pms vlmsdk-bench-sandbox-load >/dev/null
 
-work="$(mktemp -d)"
-sandbox_pid=""
+# The service runs as `vlmsdk-pms sandbox start` runs it, with its state in a directory of its own.
+export XDG_STATE_HOME="$(mktemp -d)"
+tool="$build/tools/vlmsdk-pms/vlmsdk-pms"
 cleanup() {
-  if [ -n "$sandbox_pid" ]; then kill "$sandbox_pid" 2>/dev/null || true; wait "$sandbox_pid" 2>/dev/null || true; fi
-  rm -rf "$work"
+  "$tool" sandbox stop >/dev/null || true
+  rm -rf "$XDG_STATE_HOME"
 }
 trap cleanup EXIT
 
 overflows() { awk '/^TcpExt:/ { if (!n) { split($0, names); n = 1 } else { for (i = 2; i <= NF; i++) if (names[i] == "ListenOverflows") print $i } }' /proc/net/netstat; }
 
-"$build/tools/pms-sandbox/pms-sandbox" --state "$work/sandbox.db" --port 0 --quiet >"$work/out" 2>&1 &
-sandbox_pid=$!
-url=""
-for _ in $(seq 1 100); do
-  url="$(sed -n 's/.*listening on \(http[^[:space:]]*\).*/\1/p' "$work/out")"
-  [ -n "$url" ] && break
-  kill -0 "$sandbox_pid" 2>/dev/null || { cat "$work/out" >&2; exit 1; }
-  sleep 0.1
-done
-[ -n "$url" ] || { echo "sandbox-load: pms-sandbox never said where it listens" >&2; exit 1; }
+url="$("$tool" sandbox start --port 0 | sed -n 's/.*running at \(http[^[:space:]]*\).*/\1/p')"
+[ -n "$url" ] || { echo "sandbox-load: pms-sandbox did not start" >&2; exit 1; }
 
 before="$(overflows)"
 status=0
