@@ -119,6 +119,7 @@ TEST(SandboxAdmin, TheRequestLogKeepsOutcomesButNeverATokenACardOrAKey) {
 
     const Reply log = request(port, "GET", "_sandbox/requests");
     ASSERT_EQ(log.status, 200);
+    sandbox.stop();  // every line written, and seen here: the server's threads are joined
     std::string everything = log.text;
     for (const std::string& line : lines) everything += "\n" + line;
     for (const char* secret : {"sandbox-token", "card_cassia_visa_0077", "card_cassia_amex_2002",
