@@ -17,19 +17,37 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Bookings the seed lets us charge and pay, with a card of their guest and an item of their venue.
+// Every seeded booking that can take charges and payments, with a card of its guest and an item of its
+// venue; spread over all of them, no folio grows far beyond what a long stay has.
 struct Stay {
     const char* id;
+    const char* create;  // the body that puts it on the platform
     const char* card;
     const char* currency;
     const char* item;
     const char* price;
 };
 constexpr Stay kStays[] = {
-    {"rsv_0001", "card_ada_visa_4242", "USD", "itm_sparkling_water", "4.50"},
-    {"rsv_0003", "card_cassia_visa_0077", "USD", "itm_sparkling_water", "4.50"},
-    {"rsv_0005", "card_elspeth_mc_4444", "EUR", "itm_dog_fee", "15.00"},
-    {"rsv_0013", "card_ada_visa_4242", "USD", "itm_gym_pass", "10.00"},
+    {"rsv_0001", R"({"confirmation_id": "HLI-48213", "venue_id": "ven_harborlight", "last_name": "Quillfeather"})",
+     "card_ada_visa_4242", "USD", "itm_sparkling_water", "4.50"},
+    {"rsv_0002", R"({"confirmation_id": "HLI-48227", "venue_id": "ven_harborlight", "last_name": "Oddleigh"})",
+     "card_bart_visa_1881", "USD", "itm_parking", "25.00"},
+    {"rsv_0003", R"({"confirmation_id": "HLI-48240", "venue_id": "ven_harborlight", "last_name": "Wrenfield"})",
+     "card_cassia_visa_0077", "USD", "itm_breakfast", "18.00"},
+    {"rsv_0005", R"({"confirmation_id": "FHL-20931", "venue_id": "ven_fernhill", "last_name": "Moorhen"})",
+     "card_elspeth_mc_4444", "EUR", "itm_dog_fee", "15.00"},
+    {"rsv_0006", R"({"confirmation_id": "FHL-20955", "venue_id": "ven_fernhill", "last_name": "Underbough"})",
+     "card_greta_visa_7777", "EUR", "itm_spa_pass", "45.00"},
+    {"rsv_0008", R"({"confirmation_id": "QH-7731", "venue_id": "ven_quarry_house", "last_name": "Saltmarsh"})",
+     "card_ines_visa_2020", "GBP", "itm_laundry_bag", "12.50"},
+    {"rsv_0009", R"({"confirmation_id": "QH-7745", "venue_id": "ven_quarry_house", "last_name": "Fenwick-Doe"})",
+     "card_jasper_visa_3141", "GBP", "itm_afternoon_tea", "28.00"},
+    {"rsv_0011", R"({"confirmation_id": "CRS-00318", "venue_id": "ven_cobaltridge", "last_name": "Puddlestone"})",
+     "card_lorcan_visa_6060", "USD", "itm_gym_pass", "10.00"},
+    {"rsv_0012", R"({"confirmation_id": "HLI-48213", "venue_id": "ven_cobaltridge", "last_name": "Quillfeather"})",
+     "card_rufus_visa_1234", "USD", "itm_airport_shuttle", "22.00"},
+    {"rsv_0013", R"({"confirmation_id": "CRS-00342", "venue_id": "ven_cobaltridge", "last_name": "Quillfeather"})",
+     "card_ada_visa_4242", "USD", "itm_room_service", "31.75"},
 };
 
 struct Outcome {
@@ -63,9 +81,8 @@ int main(int argc, char** argv) {
     const std::string base = url.substr(url.find('/', std::strlen("http://")));
 
     pmssandbox::SandboxClient setup(url, token);
-    for (const char* create : {R"({"confirmation_id": "HLI-48213", "venue_id": "ven_harborlight", "last_name": "Quillfeather"})",
-                               R"({"confirmation_id": "CRS-00342", "venue_id": "ven_cobaltridge", "last_name": "Quillfeather"})"}) {
-        const auto reply = setup.send("POST", base + "guest/reservations", create);
+    for (const Stay& stay : kStays) {
+        const auto reply = setup.send("POST", base + "guest/reservations", stay.create);
         if (reply.status != 200) {
             std::fprintf(stderr, "setup failed: %d %s %s\n", reply.status, reply.error.c_str(), reply.body.c_str());
             return 1;
