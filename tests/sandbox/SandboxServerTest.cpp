@@ -1,10 +1,10 @@
+#include "SandboxProcess.h"
+#include "SandboxTestSupport.h"
+#include "ToolProcess.h"
+
 #include <pmssandbox/SandboxServer.h>
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <httplib.h>
-#include <netinet/in.h>
-#include <nlohmann/json.hpp>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -28,63 +28,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using nlohmann::json;
-
-/// What came back for one request. `status` is 0 when no HTTP reply arrived (see `error`).
-struct Reply {
-    int status = 0;
-    httplib::Error error = httplib::Error::Success;
-    std::string text;
-    json body;  // discarded when `text` is not JSON
-    httplib::Headers headers;
-
-    /// The code of an {"error": {"code", "message"}} body, which must have exactly that shape; else empty.
-    std::string errorCode() const {
-        const bool shaped = body.is_object() && body.size() == 1 && body.value("error", json()).size() == 2 &&
-                            body["error"].value("code", json()).is_string() &&
-                            body["error"].value("message", json()).is_string();
-        return shaped ? body["error"]["code"].get<std::string>() : std::string();
-    }
-};
-
-/// Sends `text` verbatim (none when empty) to "/" + `path`, as an app would; nullopt leaves Authorization out.
-Reply request(int port, const std::string& method, const std::string& path, const std::string& text = "",
-              const std::optional<std::string>& authorization = "Bearer sandbox-token") {
-    httplib::Client client("127.0.0.1", port);
-    client.set_read_timeout(5s);
-    httplib::Request out;
-    out.method = method;
-    out.path = "/" + path;
-    if (authorization) out.headers.emplace("Authorization", *authorization);
-    if (!text.empty()) out.headers.emplace("Content-Type", "application/json");
-    out.body = text;
-    const httplib::Result result = client.send(out);
-    Reply reply;
-    reply.error = result.error();
-    if (!result) return reply;
-    reply.status = result->status;
-    reply.text = result->body;
-    reply.headers = result->headers;
-    reply.body = json::parse(reply.text, nullptr, false);
-    return reply;
-}
-
-/// Writes `request` (which should ask for "Connection: close") to a fresh connection and returns everything
-/// read until the server closes it, or until nothing came for `wait`.
-std::string rawExchange(int port, const std::string& request, std::chrono::milliseconds wait = 10s) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{AF_INET, htons(static_cast<uint16_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
-    std::string received;
-    char buffer[4096];
-    pollfd readable{fd, POLLIN, 0};
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        ::send(fd, request.data(), request.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(request.size())) {
-        for (ssize_t n = 0; ::poll(&readable, 1, static_cast<int>(wait.count())) > 0; received.append(buffer, n)) {
-            if ((n = ::recv(fd, buffer, sizeof buffer, 0)) <= 0) break;
-        }
-    }
-    ::close(fd);
-    return received;
-}
 
 /// A running sandbox on the built-in bookings, one per test.
 class SandboxTest : public ::testing::Test {
@@ -261,6 +204,8 @@ TEST_F(SandboxTest, RawExchangesAndFaultSwitches) {
          "bad_request"},
         {"forced status", Fault::forceStatus(503), get, "HTTP/1.1 503", "service_unavailable"},
         {"forced status after a delay", Fault::forceStatus(504).withDelay(1ms), get, "HTTP/1.1 504", ""},
+        {"forced status with Retry-After", Fault::forceStatus(429).withRetryAfter(2s), get, "HTTP/1.1 429",
+         "Retry-After: 2\r\n"},
         {"not JSON", Fault::notJson(), get, "HTTP/1.1 200", "\r\n\r\n<html>oops</html>"},
         {"dropped connection: not even a status line", Fault::dropConnection(), get, "", ""},
         {"a short delay, then the usual answer", Fault::delay(1ms), get, "HTTP/1.1 401", "missing_token"},
@@ -376,6 +321,7 @@ TEST(SandboxLifecycle, StartRefusesABadSetupWithTheReason) {
     const std::vector<std::pair<std::function<void(SandboxConfig&)>, std::string>> rows = {
         {[&](SandboxConfig& c) { c.port = taken; }, std::to_string(taken)},
         {[](SandboxConfig& c) { c.token.clear(); }, "token"},
+        {[](SandboxConfig& c) { c.pathPrefix = "/_sandbox/v1"; }, "_sandbox"},
         {[](SandboxConfig& c) { c.seedFile = "/nonexistent/seed.json"; }, "cannot read"},
         {[](SandboxConfig& c) { c.seedJson = "{ not json"; }, "not valid JSON"},
         {seed([](json& s) { s.erase("venues"); }), "venues"},
@@ -423,58 +369,55 @@ TEST(SandboxLifecycle, ASeedFileReplacesTheBookingsAndCheckinTakesTheFirstFreeRo
     EXPECT_EQ(request(port, "PATCH", r + "b3/mobile_checkin").body["reservation"]["room_number"], "2");
 }
 
-TEST_F(SandboxTest, ConcurrentClientsLoseNoUpdate) {
-    constexpr int kThreads = 6;
-    constexpr int kChargesEach = 10;
-    constexpr int kCharges = kThreads * kChargesEach + 1;
-    const std::string gymPass = R"({"deliverable_items": [{"item_id": "itm_gym_pass", "quantity": 1}]})";
-    // The HTTP client keeps function-local statics in an uninstrumented library; building them here,
-    // before any thread starts, gives ThreadSanitizer an ordering it could not see otherwise.
-    ASSERT_EQ(send("POST", r + "rsv_0011/charge", gymPass).status, 200);
-    std::vector<int> failures(kThreads, 0);
-    {
-        std::vector<std::jthread> threads;
-        for (int t = 0; t < kThreads; ++t) {
-            threads.emplace_back([&, t] {
-                for (int i = 0; i < kChargesEach; ++i) {
-                    failures[t] += send("POST", r + "rsv_0011/charge", gymPass).status != 200;
-                    failures[t] += send("GET", r + "rsv_0011").status != 200;
-                }
-            });
-        }
+TEST(SandboxExecutable, UsageErrorsAreOneLineAndStatusTwo) {
+    SandboxServer running;
+    const std::string taken = std::to_string(running.start().value_or(0));
+    struct Row {
+        std::vector<std::string> arguments;
+        int status;
+        std::string out;  // the start of standard output
+        std::string err;  // the start of standard error, which then holds one line
+    };
+    const Row rows[] = {
+        {{"--version"}, 0, "pms-sandbox " PMS_SANDBOX_VERSION "\n", ""},
+        {{"--help"}, 0, "Local reservation service", ""},
+        {{"--port", "70000"}, 2, "", "pms-sandbox: --port: Value 70000 not in range"},
+        {{"--bogus"}, 2, "", "pms-sandbox: The following argument was not expected: --bogus"},
+        {{"--state", "x.db", "--in-memory"}, 2, "", "pms-sandbox: --state excludes --in-memory"},
+        {{"--in-memory", "--port", taken}, 1, "", "pms-sandbox: cannot listen on 127.0.0.1:" + taken},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.arguments.front());
+        const ToolRun run = runTool(PMS_SANDBOX_EXE, row.arguments);
+        EXPECT_EQ(run.exitStatus, row.status);
+        EXPECT_EQ(run.out.substr(0, row.out.size()), row.out);
+        EXPECT_EQ(run.err.substr(0, row.err.size()), row.err);
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), row.err.empty() ? 0 : 1) << run.err;
     }
-    EXPECT_EQ(failures, std::vector<int>(kThreads, 0));
-    EXPECT_EQ(send("GET", r + "rsv_0011").body["reservation"]["outstanding_amount"], kCharges * 10.0);
-    EXPECT_EQ(send("GET", r + "rsv_0011/folio").body["transactions"].size(), std::size_t(kCharges));
-    EXPECT_EQ(sandbox->requestCount("POST", ""), std::size_t(kCharges));
+    EXPECT_NE(runTool(PMS_SANDBOX_EXE, {"--help"}).out.find("Usage: pms-sandbox [OPTIONS]"), std::string::npos);
 }
 
-#ifdef PMS_SANDBOX_EXE
-TEST(SandboxExecutable, SaysWhereItListensAndExitsCleanlyOnSIGTERM) {
-    // The shell prints its pid and then becomes the sandbox, so that pclose() reports the sandbox's exit.
-    FILE* out = popen("echo $$; exec '" PMS_SANDBOX_EXE "' --token exe-token --prefix p", "r");
-    ASSERT_NE(out, nullptr);
-    std::string text;
-    pollfd readable{fileno(out), POLLIN, 0};
-    char c = 0;
-    // The bound only stops a broken binary from hanging the suite.
-    while (std::count(text.begin(), text.end(), '\n') < 2 && poll(&readable, 1, 10000) > 0 &&
-           read(fileno(out), &c, 1) == 1)
-        text += c;
-    const pid_t pid = std::atoi(text.c_str());
-    ASSERT_GT(pid, 1) << text;  // never a process group
-    const std::string line = text.substr(text.find('\n') + 1);
-    const std::string prefix = "pms-sandbox listening on http://127.0.0.1:";
-    EXPECT_EQ(line.substr(0, prefix.size()), prefix) << line;
-    const int port = std::atoi(line.c_str() + std::min(prefix.size(), line.size()));
-    EXPECT_EQ(line.substr(std::min(line.find('/', prefix.size()), line.size())), "/p/\n");
+TEST(SandboxExecutable, ServesWritesALinePerRequestAndClosesTheStateFileOnSIGTERM) {
+    TemporaryStateFile file;
+    SandboxProcess sandbox({"--state", file.path(), "--token", "exe-token", "--prefix", "p"});
+    const int port = sandbox.port();
+    ASSERT_NE(port, 0) << sandbox.output() << sandbox.errors();
+    EXPECT_NE(sandbox.output().find("/p/\n"), std::string::npos) << sandbox.output();
     EXPECT_EQ(request(port, "GET", "p/guest/reservations/rsv_0003", "", "Bearer exe-token").status, 200);
     EXPECT_EQ(request(port, "GET", r + "rsv_0003", "", "Bearer exe-token").status, 404);
-    EXPECT_EQ(request(port, "GET", "p/guest/reservations/rsv_0003").status, 401);
-    kill(pid, SIGTERM);
-    EXPECT_EQ(pclose(out), 0);
+    EXPECT_EQ(request(port, "PATCH", "p/guest/reservations/rsv_0011/mobile_checkin", "", "Bearer exe-token").status,
+              200);
+    sandbox.signal(SIGTERM);
+    EXPECT_EQ(sandbox.wait(), 0);
+    const std::string lines = sandbox.errors();
+    EXPECT_NE(lines.find("GET /p/guest/reservations/rsv_0003 200 "), std::string::npos) << lines;
+    EXPECT_NE(lines.find("GET /guest/reservations/rsv_0003 404 "), std::string::npos) << lines;
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 3) << lines;
+    // Closed cleanly: the write-ahead log is folded back and gone, and the check-in is in the file.
+    EXPECT_FALSE(std::filesystem::exists(file.path() + "-wal"));
+    SandboxProcess again({"--state", file.path(), "--quiet"});
+    EXPECT_EQ(request(again.port(), "GET", r + "rsv_0011").body["reservation"]["status"], "in_house");
 }
-#endif
 
 }  // namespace
 }  // namespace pmssandbox

@@ -1,5 +1,6 @@
 #include "ToolProcess.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -43,16 +44,25 @@ private:
 
 }  // namespace
 
-ToolRun runTool(const std::string& program, const std::vector<std::string>& arguments) {
+ToolRun runTool(const std::string& program, const std::vector<std::string>& arguments,
+                const std::vector<std::string>& environment) {
     std::vector<std::string> argumentTexts{program};
     argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (auto& text : argumentTexts) argv.push_back(text.data());
     argv.push_back(nullptr);
+    std::vector<std::string> settings = environment;
+    const auto setHere = [&](const char* entry) {
+        return std::any_of(settings.begin(), settings.end(), [&](const std::string& setting) {
+            const auto name = setting.substr(0, setting.find('=') + 1);
+            return std::strncmp(entry, name.c_str(), name.size()) == 0;
+        });
+    };
     std::vector<char*> envp;
     for (char** entry = environ; *entry; ++entry) {
-        if (!isToolSetting(*entry)) envp.push_back(*entry);
+        if (!isToolSetting(*entry) && !setHere(*entry)) envp.push_back(*entry);
     }
+    for (std::string& setting : settings) envp.push_back(setting.data());
     envp.push_back(nullptr);
 
     Pipe out;

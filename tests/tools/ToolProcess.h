@@ -10,6 +10,7 @@ struct ToolRun {
     std::string err;
 };
 
-/// Runs `program` with `arguments` (and the environment of the test, minus the tool's own variables)
-/// until it exits, collecting both output streams.
-ToolRun runTool(const std::string& program, const std::vector<std::string>& arguments);
+/// Runs `program` with `arguments` (and the environment of the test, minus the tool's own variables,
+/// with `environment`'s "NAME=value" entries set) until it exits, collecting both output streams.
+ToolRun runTool(const std::string& program, const std::vector<std::string>& arguments,
+                const std::vector<std::string>& environment = {});

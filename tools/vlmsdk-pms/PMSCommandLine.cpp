@@ -2,6 +2,7 @@
 
 #include "PMSDemo.h"
 #include "PMSOutputPrinter.h"
+#include "PMSSandboxCommands.h"
 #include "PMSServiceConnection.h"
 #include "PMSSettings.h"
 
@@ -69,7 +70,8 @@ std::optional<PMSChargeItem> PMSCommandLine::parseItem(const std::string& text) 
 
 int PMSCommandLine::run(int argc, const char* const* argv) {
     CLI::App app{"Runs the reservation operations of the property-management kit against a reservation service.\n"
-                 "Without --base-url it starts the local reservation service (pms-sandbox) in-process."};
+                 "Without --base-url it uses the background local service (vlmsdk-pms sandbox start) or,\n"
+                 "when none runs, starts one in-process for this command only."};
     app.name("vlmsdk-pms");
     app.footer("Exit status: 0 done, 1 the operation failed, 2 usage error, 3 the local service did not start.");
     app.require_subcommand(1);
@@ -220,6 +222,8 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
         };
     });
 
+    PMSSandboxCommands sandboxCommands(app, out_, err_);
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -233,6 +237,7 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     if (caFileOption->count() > 0 || !caFile.empty()) settings.caFile = caFile;
     settings.timeout = std::chrono::milliseconds(std::llround(timeoutSeconds * 1000.0));
     VLMSDKConsoleLogger::sharedLogger().setMaximumLevel(consoleLevel(settings.verbosity));
+    if (sandboxCommands.selected()) return sandboxCommands.run(settings);
 
     std::string problem;
     std::unique_ptr<PMSServiceConnection> connection = PMSServiceConnection::open(settings, &problem);
@@ -240,6 +245,7 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
         err_ << "vlmsdk-pms: " << problem << '\n';
         return kServiceUnavailable;
     }
+    if (!connection->notice().empty()) err_ << "vlmsdk-pms: " << connection->notice() << '\n';
     const PMSOperationRunner runner(connection->apiManager(), settings.timeout);
     const PMSOutputPrinter printer(out_, err_, settings.json);
     return action(runner, printer, *connection);

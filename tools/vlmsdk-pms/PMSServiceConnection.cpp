@@ -5,6 +5,8 @@
 #include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
 #include <VLMSDKPMSKit/Public/VLMSDKPMS.h>
 
+#include "PMSBackgroundSandbox.h"
+
 #include <pmssandbox/SandboxServer.h>
 
 #include <algorithm>
@@ -26,7 +28,12 @@ std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettin
     std::optional<std::string> token = settings.token;
     if (settings.baseURL) {
         connection->baseURL_ = *settings.baseURL;
+    } else if (auto background = PMSBackgroundSandbox().running()) {
+        connection->baseURL_ = background->url;
+        if (!token) token = background->token;
     } else {
+        connection->notice_ = "no background pms-sandbox is running, so this command has one of its own, whose "
+                              "changes end with it (keep one running with: vlmsdk-pms sandbox start)";
         pmssandbox::SandboxConfig config;
         connection->sandbox_ = std::make_unique<pmssandbox::SandboxServer>(config);
         if (!connection->sandbox_->start()) {

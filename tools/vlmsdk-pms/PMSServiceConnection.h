@@ -12,8 +12,9 @@ class SandboxServer;
 }
 class VLMSDKHTTPRequestManager;
 
-/// The service the tool talks to and the API manager that reaches it: the service given by URL, or the
-/// local reservation service started in this process on an ephemeral port of 127.0.0.1.
+/// The service the tool talks to and the API manager that reaches it: the service given by URL, else the
+/// background local service when one runs (vlmsdk-pms sandbox start), else the local reservation service
+/// started in this process on an ephemeral port of 127.0.0.1.
 class PMSServiceConnection {
 public:
     /// Enables the kit, starts the local service when `settings` names no base URL, and sets up the
@@ -31,6 +32,8 @@ public:
     const std::string& baseURL() const { return baseURL_; }
     /// True when the service is the local one started by the tool.
     bool isEmbedded() const { return sandbox_ != nullptr; }
+    /// What the user should know about the choice of service (the in-process fallback); empty if nothing.
+    const std::string& notice() const { return notice_; }
 
 private:
     PMSServiceConnection() = default;
@@ -39,4 +42,5 @@ private:
     std::shared_ptr<VLMSDKHTTPRequestManager> requestManager_;
     std::unique_ptr<VLMSDKAPIManager> apiManager_;
     std::string baseURL_;
+    std::string notice_;
 };

@@ -1,8 +1,10 @@
 #include "ApiHandler.h"
 
+#include "BearerToken.h"
+#include "IdempotencyStore.h"
 #include "Money.h"
 #include "ReservationStore.h"
-#include "Router.h"
+#include "StateDatabase.h"
 
 #include <algorithm>
 #include <cctype>
@@ -95,8 +97,9 @@ std::vector<ReservationStore::ChargeLine> chargeLines(const json& object) {
 
 }  // namespace
 
-ApiHandler::ApiHandler(ReservationStore& store, std::string token, std::string_view pathPrefix)
-    : store_(store), token_(std::move(token)), base_("/") {
+ApiHandler::ApiHandler(StateDatabase& database, ReservationStore& store, IdempotencyStore& keys,
+                       const BearerToken& token, std::string_view pathPrefix)
+    : database_(database), store_(store), keys_(keys), token_(token), base_("/") {
     while (!pathPrefix.empty() && pathPrefix.front() == '/') pathPrefix.remove_prefix(1);
     while (!pathPrefix.empty() && pathPrefix.back() == '/') pathPrefix.remove_suffix(1);
     if (!pathPrefix.empty()) base_ += std::string(pathPrefix) + "/";
@@ -107,27 +110,10 @@ std::optional<std::string_view> ApiHandler::routePath(std::string_view path) con
     return path.substr(base_.size());
 }
 
-std::optional<ApiReply> ApiHandler::checkToken(std::optional<std::string_view> authorization) const {
-    if (!authorization) {
-        ApiReply reply = ApiReply::error(401, "missing_token", "This request needs an Authorization: Bearer token.");
-        reply.headers.emplace_back("WWW-Authenticate", "Bearer");
-        return reply;
-    }
-    const std::string_view value = trimmed(*authorization);
-    const auto space = value.find(' ');
-    std::string scheme(value.substr(0, space));
-    std::transform(scheme.begin(), scheme.end(), scheme.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    const std::string_view token = space == std::string_view::npos ? std::string_view() : trimmed(value.substr(space));
-    if (scheme == "bearer" && token == token_) return std::nullopt;
-    ApiReply reply = ApiReply::error(401, "invalid_token", "The bearer token is not valid for this service.");
-    reply.headers.emplace_back("WWW-Authenticate", "Bearer error=\"invalid_token\"");
-    return reply;
-}
-
 ApiReply ApiHandler::handle(std::string_view method, std::string_view path,
-                            std::optional<std::string_view> authorization, std::string_view body) const {
-    if (auto refused = checkToken(authorization)) return std::move(*refused);
+                            std::optional<std::string_view> authorization, std::string_view body,
+                            std::optional<std::string_view> idempotencyKey) const {
+    if (auto refused = token_.refusal(authorization)) return std::move(*refused);
 
     const auto relative = routePath(path);
     const Router::Match route = relative ? Router::match(method, *relative) : Router::Match{};
@@ -140,6 +126,33 @@ ApiReply ApiHandler::handle(std::string_view method, std::string_view path,
         return reply;
     }
 
+    const bool changes = method == "POST" || method == "PATCH";
+    if (!changes) return database_.read([&] { return dispatch(route, body); });
+    if (!idempotencyKey) return database_.write([&] { return dispatch(route, body); });
+    if (!IdempotencyStore::isValidKey(*idempotencyKey)) {
+        return ApiReply::error(422, "invalid_idempotency_key",
+                               "An Idempotency-Key must be 1 to 255 visible ASCII characters.");
+    }
+    return database_.write([&] { return once(route, method, *relative, body, std::string(*idempotencyKey)); });
+}
+
+ApiReply ApiHandler::once(const Router::Match& route, std::string_view method, std::string_view routePath,
+                          std::string_view body, const std::string& key) const {
+    const std::string fingerprint = IdempotencyStore::fingerprint(method, routePath, body);
+    if (auto stored = keys_.find(key)) {
+        if (stored->fingerprint != fingerprint) {
+            return ApiReply::error(422, "idempotency_key_reused",
+                                   "This Idempotency-Key was already used for a different request.");
+        }
+        stored->reply.headers.emplace_back(kReplayedHeader, "true");
+        return std::move(stored->reply);
+    }
+    ApiReply reply = dispatch(route, body);
+    keys_.save(key, fingerprint, reply);
+    return reply;
+}
+
+ApiReply ApiHandler::dispatch(const Router::Match& route, std::string_view body) const {
     const std::string& id = route.reservationId;
     try {
         switch (route.endpoint) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ApiReply.h"
+#include "Router.h"
 
 #include <optional>
 #include <string>
@@ -8,26 +9,39 @@
 
 namespace pmssandbox {
 
+class BearerToken;
+class IdempotencyStore;
 class ReservationStore;
+class StateDatabase;
 
-/// Turns one request into a reply: checks the token, routes, validates the body, asks the store.
+/// Turns one guest request into a reply: checks the token, routes, then in one transaction honours the
+/// Idempotency-Key, validates the body and asks the store.
 class ApiHandler {
 public:
-    ApiHandler(ReservationStore& store, std::string token, std::string_view pathPrefix);
+    /// The reply header that marks a reply served again for a repeated Idempotency-Key.
+    static constexpr const char* kReplayedHeader = "Idempotency-Replayed";
+
+    ApiHandler(StateDatabase& database, ReservationStore& store, IdempotencyStore& keys, const BearerToken& token,
+               std::string_view pathPrefix);
 
     /// The path every route sits under: "/" or "/prefix/".
     const std::string& base() const { return base_; }
     /// `path` relative to the base URL (no leading slash), or nullopt when outside the prefix.
     std::optional<std::string_view> routePath(std::string_view path) const;
-    /// `authorization` is the Authorization header's value, nullopt when absent.
+    /// `authorization` and `idempotencyKey` are those headers' values, nullopt when absent. The key counts
+    /// only on POST and PATCH.
     ApiReply handle(std::string_view method, std::string_view path, std::optional<std::string_view> authorization,
-                    std::string_view body) const;
+                    std::string_view body, std::optional<std::string_view> idempotencyKey = std::nullopt) const;
 
 private:
-    std::optional<ApiReply> checkToken(std::optional<std::string_view> authorization) const;
+    ApiReply dispatch(const Router::Match& route, std::string_view body) const;
+    ApiReply once(const Router::Match& route, std::string_view method, std::string_view routePath,
+                  std::string_view body, const std::string& key) const;
 
+    StateDatabase& database_;
     ReservationStore& store_;
-    std::string token_;
+    IdempotencyStore& keys_;
+    const BearerToken& token_;
     std::string base_;  // "/" or "/prefix/"
 };
 

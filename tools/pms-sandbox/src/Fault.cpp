@@ -33,6 +33,12 @@ Fault Fault::dropConnection() {
     return fault;
 }
 
+Fault Fault::dropReply() {
+    Fault fault;
+    fault.action_ = Action::DropReply;
+    return fault;
+}
+
 Fault Fault::forceStatus(int status) {
     Fault fault;
     fault.action_ = Action::ForceStatus;
@@ -51,6 +57,12 @@ Fault Fault::notJson(std::string body) {
 Fault Fault::withDelay(std::chrono::milliseconds delay) const {
     Fault copy = *this;
     copy.delay_ = std::max(delay, std::chrono::milliseconds(0));
+    return copy;
+}
+
+Fault Fault::withRetryAfter(std::chrono::seconds seconds) const {
+    Fault copy = *this;
+    copy.retryAfter_ = std::max(seconds, std::chrono::seconds(0));
     return copy;
 }
 

@@ -23,6 +23,13 @@ std::size_t FaultSwitch::size() const {
     return entries_.size();
 }
 
+std::vector<std::pair<Fault, int>> FaultSwitch::list() const {
+    std::lock_guard lock(mutex_);
+    std::vector<std::pair<Fault, int>> faults;
+    for (const Entry& entry : entries_) faults.emplace_back(entry.fault, entry.remaining);
+    return faults;
+}
+
 std::optional<Fault> FaultSwitch::take(std::string_view method, std::string_view path) {
     std::lock_guard lock(mutex_);
     for (auto it = entries_.begin(); it != entries_.end(); ++it) {

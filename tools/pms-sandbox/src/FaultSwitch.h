@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace pmssandbox {
@@ -17,6 +18,8 @@ public:
     void add(const Fault& fault);
     void clear();
     std::size_t size() const;
+    /// The active faults in order, each with the hits it has left (-1: until cleared).
+    std::vector<std::pair<Fault, int>> list() const;
 
     /// The first active fault matching the request, counting it as used.
     std::optional<Fault> take(std::string_view method, std::string_view path);

@@ -3,6 +3,7 @@
 #include "Booking.h"
 #include "Money.h"
 #include "Payment.h"
+#include "StoredCard.h"
 
 namespace pmssandbox {
 
@@ -63,6 +64,31 @@ json JsonView::transaction(const Payment& payment) {
         {"credit_card_id", payment.cardId},
         {"created_at", payment.createdAt},
     };
+}
+
+json JsonView::overview(const Booking& booking, std::int64_t chargedCents, std::int64_t paidCents, std::int64_t lines) {
+    return {
+        {"id", booking.id},
+        {"confirmation_id", booking.confirmationId},
+        {"venue_id", booking.venueId},
+        {"guest", booking.bookerFirstName + " " + booking.bookerLastName},
+        {"user_id", booking.userId},
+        {"on_platform", booking.onPlatform},
+        {"status", std::string(toString(booking.status))},
+        {"room_number", booking.roomNumber},
+        {"checkin_is_available", booking.checkinAvailable},
+        {"notify_me", booking.notifyMe ? json(*booking.notifyMe) : json()},
+        {"currency", booking.currency},
+        {"folio", {{"lines", lines},
+                   {"charged", Money::toNumber(chargedCents)},
+                   {"paid", Money::toNumber(paidCents)},
+                   {"outstanding", Money::toNumber(booking.outstandingCents)}}},
+    };
+}
+
+json JsonView::card(const StoredCard& card) {
+    return {{"id", card.id}, {"user_id", card.userId}, {"brand", card.brand}, {"last4", card.last4},
+            {"declines", card.declines}};
 }
 
 }  // namespace pmssandbox

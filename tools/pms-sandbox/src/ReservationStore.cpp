@@ -3,6 +3,7 @@
 #include "JsonView.h"
 #include "Money.h"
 #include "Payment.h"
+#include "StoredCard.h"
 
 #include <algorithm>
 #include <cctype>
@@ -53,24 +54,21 @@ ApiReply reservationReply(const Booking& booking) {
 
 }  // namespace
 
-ReservationStore::ReservationStore(const Seed& seed) { reset(seed); }
+ReservationStore::ReservationStore(BookingTable& table, const Seed& seed) : table_(table), seed_(seed) {}
 
-void ReservationStore::reset(const Seed& seed) {
-    std::lock_guard lock(mutex_);
-    venues_ = seed.venues;
-    cards_ = seed.cards;
-    bookings_ = seed.bookings;
-}
+void ReservationStore::reset() { table_.reset(seed_.bookings); }
 
 ApiReply ReservationStore::create(const std::string& confirmationId, const std::string& venueId,
                                   const std::string& lastName) {
     const std::string reference = folded(confirmationId);
     const std::string name = folded(lastName);
-    std::lock_guard lock(mutex_);
-    for (Booking& booking : bookings_) {
-        if (booking.venueId != venueId || folded(booking.confirmationId) != reference) continue;
-        if (!nameMatches(booking, name)) break;
+    for (const Booking& seeded : seed_.bookings) {
+        if (seeded.venueId != venueId || folded(seeded.confirmationId) != reference) continue;
+        if (!nameMatches(seeded, name)) break;
+        Booking booking = seeded;
+        if (!table_.load(booking, false)) break;
         booking.onPlatform = true;
+        table_.saveState(booking);
         return reservationReply(booking);
     }
     return ApiReply::error(404, "reservation_not_found",
@@ -78,22 +76,20 @@ ApiReply ReservationStore::create(const std::string& confirmationId, const std::
 }
 
 ApiReply ReservationStore::reservation(const std::string& id) const {
-    std::lock_guard lock(mutex_);
-    const Booking* booking = findOnPlatform(id);
+    const auto booking = findOnPlatform(id);
     return booking ? reservationReply(*booking) : notFound(id);
 }
 
 ApiReply ReservationStore::setNotifyMe(const std::string& id, bool notifyMe) {
-    std::lock_guard lock(mutex_);
-    Booking* booking = findOnPlatform(id);
+    auto booking = findOnPlatform(id);
     if (!booking) return notFound(id);
     booking->notifyMe = notifyMe;
+    table_.saveState(*booking);
     return reservationReply(*booking);
 }
 
 ApiReply ReservationStore::mobileCheckin(const std::string& id) {
-    std::lock_guard lock(mutex_);
-    Booking* booking = findOnPlatform(id);
+    auto booking = findOnPlatform(id);
     if (!booking) return notFound(id);
     if (booking->status != StayStatus::Reserved) {
         return ApiReply::error(409, "invalid_status",
@@ -110,12 +106,12 @@ ApiReply ReservationStore::mobileCheckin(const std::string& id) {
     booking->status = StayStatus::InHouse;
     // The guest is in; offering check-in again would only lead to a conflict.
     booking->checkinAvailable = false;
+    table_.saveState(*booking);
     return reservationReply(*booking);
 }
 
 ApiReply ReservationStore::mobileCheckout(const std::string& id) {
-    std::lock_guard lock(mutex_);
-    Booking* booking = findOnPlatform(id);
+    auto booking = findOnPlatform(id);
     if (!booking) return notFound(id);
     if (booking->status != StayStatus::InHouse) {
         return ApiReply::error(409, "invalid_status",
@@ -123,21 +119,22 @@ ApiReply ReservationStore::mobileCheckout(const std::string& id) {
                                    std::string(toString(booking->status)) + ".");
     }
     booking->status = StayStatus::CheckedOut;
+    table_.saveState(*booking);
     return reservationReply(*booking);
 }
 
 ApiReply ReservationStore::pay(const std::string& id, const std::string& cardId, std::int64_t cents,
                                const std::string& currency) {
-    std::lock_guard lock(mutex_);
-    Booking* booking = findOnPlatform(id);
+    auto booking = findOnPlatform(id);
     if (!booking) return notFound(id);
     if (cents <= 0) return ApiReply::error(422, "invalid_amount", "The amount must be above zero.");
     if (currency != booking->currency) {
         return ApiReply::error(422, "currency_mismatch",
                                "This reservation is paid in " + booking->currency + ", not " + currency + ".");
     }
-    auto card = std::find_if(cards_.begin(), cards_.end(), [&](const StoredCard& c) { return c.id == cardId; });
-    if (card == cards_.end() || card->userId != booking->userId)
+    const auto& cards = seed_.cards;
+    auto card = std::find_if(cards.begin(), cards.end(), [&](const StoredCard& c) { return c.id == cardId; });
+    if (card == cards.end() || card->userId != booking->userId)
         return ApiReply::error(402, "card_declined", "That card is not on file for this guest.");
     if (card->declines) return ApiReply::error(402, "card_declined", "The card issuer declined the payment.");
     if (cents > booking->outstandingCents) {
@@ -146,24 +143,24 @@ ApiReply ReservationStore::pay(const std::string& id, const std::string& cardId,
                                    booking->currency + " outstanding.");
     }
 
-    char number[32];
-    std::snprintf(number, sizeof number, "txn_%06llu", static_cast<unsigned long long>(++paymentsTaken_));
-    Payment payment{number, card->id, cents, booking->currency, nowUtc()};
-    booking->postings.push_back(
-        Posting{"Payment - " + card->brand + " ending " + card->last4, "PAY", -cents, false, booking->currency});
+    const Payment payment{table_.nextPaymentId(), card->id, cents, booking->currency, nowUtc()};
+    table_.addPayment(booking->id, payment);
+    table_.addPosting(booking->id,
+                      Posting{"Payment - " + card->brand + " ending " + card->last4, "PAY", -cents, false,
+                              booking->currency},
+                      &payment.id);
     booking->outstandingCents -= cents;
+    table_.saveState(*booking);
     return ApiReply::ok({{"reservation", JsonView::reservation(*booking)}, {"transaction", JsonView::transaction(payment)}});
 }
 
 ApiReply ReservationStore::folio(const std::string& id) const {
-    std::lock_guard lock(mutex_);
-    const Booking* booking = findOnPlatform(id);
+    const auto booking = findOnPlatform(id, true);
     return booking ? ApiReply::ok(JsonView::folio(*booking)) : notFound(id);
 }
 
 ApiReply ReservationStore::charge(const std::string& id, const std::vector<ChargeLine>& lines) {
-    std::lock_guard lock(mutex_);
-    Booking* booking = findOnPlatform(id);
+    auto booking = findOnPlatform(id);
     if (!booking) return notFound(id);
     if (booking->status == StayStatus::CheckedOut)
         return ApiReply::error(409, "reservation_checked_out", "A checked-out reservation cannot take new charges.");
@@ -185,43 +182,56 @@ ApiReply ReservationStore::charge(const std::string& id, const std::vector<Charg
         if (booking->outstandingCents + total > kBalanceLimitCents)
             return ApiReply::error(409, "balance_limit", "The folio cannot take charges that large.");
     }
-    for (Posting& posting : postings) {
-        booking->outstandingCents += posting.cents;
-        booking->postings.push_back(std::move(posting));
-    }
+    for (const Posting& posting : postings) table_.addPosting(booking->id, posting);
+    booking->outstandingCents += total;
+    table_.saveState(*booking);
+    table_.load(*booking, true);
     return ApiReply::ok(JsonView::folio(*booking));
 }
 
 std::optional<bool> ReservationStore::notifyMe(std::string_view id) const {
-    std::lock_guard lock(mutex_);
-    const Booking* booking = findOnPlatform(id);
+    const auto booking = findOnPlatform(id);
     return booking ? booking->notifyMe : std::nullopt;
 }
 
-Booking* ReservationStore::findOnPlatform(std::string_view id) {
-    auto it = std::find_if(bookings_.begin(), bookings_.end(), [&](const Booking& b) { return b.id == id; });
-    return it != bookings_.end() && it->onPlatform ? &*it : nullptr;
+ApiReply ReservationStore::overview() const {
+    nlohmann::json list = nlohmann::json::array();
+    for (const Booking& seeded : seed_.bookings) {
+        Booking booking = seeded;
+        if (!table_.load(booking, false)) continue;
+        const BookingTable::Totals totals = table_.totals(booking.id);
+        list.push_back(JsonView::overview(booking, totals.chargedCents, totals.paidCents, totals.lines));
+    }
+    return ApiReply::ok({{"reservations", std::move(list)}});
 }
 
-const Booking* ReservationStore::findOnPlatform(std::string_view id) const {
-    auto it = std::find_if(bookings_.begin(), bookings_.end(), [&](const Booking& b) { return b.id == id; });
-    return it != bookings_.end() && it->onPlatform ? &*it : nullptr;
+ApiReply ReservationStore::cards() const {
+    nlohmann::json list = nlohmann::json::array();
+    for (const StoredCard& card : seed_.cards) list.push_back(JsonView::card(card));
+    return ApiReply::ok({{"cards", std::move(list)}});
+}
+
+std::optional<Booking> ReservationStore::findOnPlatform(std::string_view id, bool withPostings) const {
+    const auto& bookings = seed_.bookings;
+    auto it = std::find_if(bookings.begin(), bookings.end(), [&](const Booking& b) { return b.id == id; });
+    if (it == bookings.end()) return std::nullopt;
+    Booking booking = *it;
+    if (!table_.load(booking, withPostings) || !booking.onPlatform) return std::nullopt;
+    return booking;
 }
 
 const Venue* ReservationStore::findVenue(std::string_view id) const {
-    auto it = std::find_if(venues_.begin(), venues_.end(), [&](const Venue& v) { return v.id == id; });
-    return it == venues_.end() ? nullptr : &*it;
+    const auto& venues = seed_.venues;
+    auto it = std::find_if(venues.begin(), venues.end(), [&](const Venue& v) { return v.id == id; });
+    return it == venues.end() ? nullptr : &*it;
 }
 
 std::optional<std::string> ReservationStore::freeRoom(const Booking& booking) const {
     const Venue* venue = findVenue(booking.venueId);
     if (!venue) return std::nullopt;
+    const std::vector<std::string> held = table_.roomsHeld(booking.venueId, booking.id);
     for (const std::string& room : venue->rooms) {
-        const bool taken = std::any_of(bookings_.begin(), bookings_.end(), [&](const Booking& other) {
-            return &other != &booking && other.venueId == booking.venueId && other.roomNumber == room &&
-                   other.status != StayStatus::CheckedOut;
-        });
-        if (!taken) return room;
+        if (std::find(held.begin(), held.end(), room) == held.end()) return room;
     }
     return std::nullopt;
 }

@@ -2,12 +2,10 @@
 
 #include "ApiReply.h"
 #include "Booking.h"
+#include "BookingTable.h"
 #include "Seed.h"
-#include "StoredCard.h"
-#include "Venue.h"
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,8 +13,9 @@
 
 namespace pmssandbox {
 
-/// The service's state and rules. Every operation takes the lock, so the HTTP threads may call freely.
-/// Requests arrive here already validated for shape; the store checks them against the data.
+/// The service's rules, over the seed's fixed data and the state kept in the booking table. Every
+/// operation runs inside the caller's transaction (StateDatabase::read or write), which also serialises
+/// them. Requests arrive here already validated for shape; the store checks them against the data.
 class ReservationStore {
 public:
     struct ChargeLine {
@@ -24,9 +23,9 @@ public:
         std::int64_t quantity = 1;
     };
 
-    explicit ReservationStore(const Seed& seed);
+    ReservationStore(BookingTable& table, const Seed& seed);
     /// Forgets every change since the seed.
-    void reset(const Seed& seed);
+    void reset();
 
     /// Finds a booking by reference, venue and last name and puts it on the platform.
     ApiReply create(const std::string& confirmationId, const std::string& venueId, const std::string& lastName);
@@ -40,17 +39,18 @@ public:
 
     std::optional<bool> notifyMe(std::string_view id) const;
 
+    /// Every booking, on the platform or not, with its state and folio sums.
+    ApiReply overview() const;
+    /// The cards users keep on file.
+    ApiReply cards() const;
+
 private:
-    Booking* findOnPlatform(std::string_view id);
-    const Booking* findOnPlatform(std::string_view id) const;
+    std::optional<Booking> findOnPlatform(std::string_view id, bool withPostings = false) const;
     const Venue* findVenue(std::string_view id) const;
     std::optional<std::string> freeRoom(const Booking& booking) const;
 
-    mutable std::mutex mutex_;
-    std::vector<Venue> venues_;
-    std::vector<StoredCard> cards_;
-    std::vector<Booking> bookings_;
-    std::uint64_t paymentsTaken_ = 0;
+    BookingTable& table_;
+    const Seed& seed_;
 };
 
 }  // namespace pmssandbox

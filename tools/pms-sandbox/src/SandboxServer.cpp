@@ -1,13 +1,20 @@
 #include <pmssandbox/SandboxServer.h>
 
+#include "AdminApi.h"
 #include "ApiHandler.h"
 #include "ApiReply.h"
+#include "BearerToken.h"
+#include "BookingTable.h"
 #include "ConnectionDropper.h"
+#include "EmbeddedDashboard.h"
 #include "EmbeddedSeed.h"
 #include "FaultSwitch.h"
+#include "IdempotencyStore.h"
 #include "RequestLog.h"
+#include "RequestLogRedactor.h"
 #include "ReservationStore.h"
 #include "Seed.h"
+#include "StateDatabase.h"
 
 #include <httplib.h>
 #include <sys/socket.h>
@@ -30,6 +37,11 @@ constexpr const char* kHost = "127.0.0.1";
 constexpr std::size_t kMaxBodyBytes = 1 << 20;
 // Idle keep-alive connections hold a worker, and stop() waits for workers; keep that wait short.
 constexpr time_t kKeepAliveSeconds = 1;
+// Requests one connection may carry before the server closes it; reconnecting costs a trip through the
+// listen queue, so a busy client should rarely have to.
+constexpr std::size_t kRequestsPerConnection = 1000;
+// Connections waiting to be accepted, on top of those the workers hold.
+constexpr int kListenBacklog = 128;
 
 std::string lowered(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
@@ -57,6 +69,14 @@ void respond(const ApiReply& reply, httplib::Response& res) {
     // Text from the request (ids in paths) may not be UTF-8; never let that turn into an exception.
     res.set_content(reply.body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), "application/json");
 }
+
+std::optional<std::string> header(const httplib::Request& req, const char* name) {
+    if (!req.has_header(name)) return std::nullopt;
+    return req.get_header_value(name);
+}
+
+// The request target's path as it came, before any decoding; routing to the admin API looks only at it.
+std::string_view rawPath(const std::string& target) { return std::string_view(target).substr(0, target.find('?')); }
 
 std::optional<std::string> readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -91,14 +111,24 @@ struct SandboxServer::Impl {
     std::optional<int> start();
     void stop();
     void serve(const httplib::Request& req, httplib::Response& res);
+    // Answers a guest request, faults applied; gives the status sent (0: none) and a note for the log.
+    std::pair<int, std::string> serveGuest(const httplib::Request& req, httplib::Response& res,
+                                           const std::string& routePath);
     void pause(std::chrono::milliseconds duration);
     void configure(httplib::Server& server, const std::shared_ptr<ListenerState>& state);
+    void openState(const std::string& seedText);
 
     const SandboxConfig config;
+    const BearerToken token;
     std::optional<Seed> seed;
     std::string seedError;
+    std::unique_ptr<StateDatabase> database;
+    std::unique_ptr<BookingTable> bookings;
     std::unique_ptr<ReservationStore> store;
+    std::unique_ptr<IdempotencyStore> keys;
     std::unique_ptr<ApiHandler> handler;
+    std::unique_ptr<RequestLogRedactor> redactor;
+    std::unique_ptr<AdminApi> admin;
     FaultSwitch faults;
     RequestLog log;
 
@@ -113,7 +143,7 @@ struct SandboxServer::Impl {
     bool stopping = false;
 };
 
-SandboxServer::Impl::Impl(SandboxConfig cfg) : config(std::move(cfg)) {
+SandboxServer::Impl::Impl(SandboxConfig cfg) : config(std::move(cfg)), token(config.token) {
     std::optional<std::string> text;
     if (config.seedJson) {
         text = config.seedJson;
@@ -125,10 +155,55 @@ SandboxServer::Impl::Impl(SandboxConfig cfg) : config(std::move(cfg)) {
     }
     if (text) seed = Seed::parse(*text, seedError);
     if (seed) {
-        store = std::make_unique<ReservationStore>(*seed);
-        handler = std::make_unique<ApiHandler>(*store, config.token, config.pathPrefix);
+        try {
+            openState(*text);
+        } catch (const std::exception& e) {
+            seedError = "state file " + config.stateFile.value_or(":memory:") + ": " + e.what();
+            seed.reset();
+        }
+    }
+    if (!seed) {
+        admin.reset();
+        handler.reset();
+        store.reset();
+        keys.reset();
+        bookings.reset();
+        database.reset();
     }
     lastError = seedError;
+}
+
+void SandboxServer::Impl::openState(const std::string& seedText) {
+    database = std::make_unique<StateDatabase>(config.stateFile);
+    bookings = std::make_unique<BookingTable>(database->connection());
+    keys = std::make_unique<IdempotencyStore>(database->connection());
+    const bool explicitSeed = config.seedJson || config.seedFile;
+    std::string error;
+    database->write([&] {
+        bookings->createTables();
+        keys->createTables();
+        const std::optional<std::string> stored = database->seedText();
+        if (!stored) {
+            // A new database: the seed goes in once, and stays for resets.
+            database->setSeedText(seedText);
+            bookings->reset(seed->bookings);
+        } else if (*stored != seedText) {
+            if (explicitSeed) {
+                error = "it was made from another seed; give no seed, or another state file";
+                return;
+            }
+            seed = Seed::parse(*stored, error);
+        }
+    });
+    if (!seed || !error.empty()) throw std::runtime_error(error);
+
+    store = std::make_unique<ReservationStore>(*bookings, *seed);
+    handler = std::make_unique<ApiHandler>(*database, *store, *keys, token, config.pathPrefix);
+    std::vector<std::string> cardIds;
+    for (const StoredCard& card : seed->cards) cardIds.push_back(card.id);
+    redactor = std::make_unique<RequestLogRedactor>(config.token, std::move(cardIds));
+    admin = std::make_unique<AdminApi>(*database, *store, *keys, faults, log, *redactor, token,
+                                       AdminApi::Info{config.stateFile, handler->base()});
 }
 
 std::optional<int> SandboxServer::Impl::start() {
@@ -146,6 +221,10 @@ std::optional<int> SandboxServer::Impl::start() {
         lastError = "the port must be between 0 and 65535";
         return std::nullopt;
     }
+    if (AdminApi::owns(handler->base())) {
+        lastError = "the path prefix must not start with _sandbox, where the service's own routes are";
+        return std::nullopt;
+    }
 
     auto server = std::make_unique<httplib::Server>();
     auto state = std::make_shared<ListenerState>();
@@ -157,6 +236,12 @@ std::optional<int> SandboxServer::Impl::start() {
                     " (is the port in use?)";
         return std::nullopt;
     }
+    // The library listens with a backlog of 5: a burst of connections beyond it waits a second or more
+    // for a SYN retransmission, or is reset. Listening again on the bound socket widens the queue.
+    struct Backlog : httplib::Server {
+        static void widen(httplib::Server& s) { ::listen(s.*(&Backlog::svr_sock_), kListenBacklog); }
+    };
+    Backlog::widen(*server);
 
     {
         std::lock_guard delayLock(delayMutex);
@@ -211,6 +296,7 @@ void SandboxServer::Impl::configure(httplib::Server& server, const std::shared_p
         setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
     server.set_keep_alive_timeout(kKeepAliveSeconds);
+    server.set_keep_alive_max_count(kRequestsPerConnection);
     // Small replies on kept-alive connections would otherwise wait for the delayed ACK.
     server.set_tcp_nodelay(true);
     server.set_payload_max_length(kMaxBodyBytes);
@@ -254,42 +340,76 @@ void SandboxServer::Impl::pause(std::chrono::milliseconds duration) {
 
 void SandboxServer::Impl::serve(const httplib::Request& req, httplib::Response& res) {
     try {
+        const std::string_view raw = rawPath(req.target);
+        if (raw == "/" && req.method == "GET") {
+            res.status = 200;
+            // The page fetches from this service only; the policy makes the browser hold it to that.
+            res.set_header("Content-Security-Policy",
+                           "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; "
+                           "connect-src 'self'; img-src data:");
+            res.set_content(EmbeddedDashboard::text(), "text/html; charset=utf-8");
+            return;
+        }
+        if (AdminApi::owns(raw)) {
+            respond(admin->handle(req.method, raw, req.params, header(req, "Authorization"), req.body), res);
+            return;
+        }
+
+        const auto started = std::chrono::steady_clock::now();
         std::string_view path = req.path;
         auto relative = handler->routePath(path);
         if (!relative) relative = path.substr(std::min<std::size_t>(1, path.size()));
         const std::string routePath(*relative);
-        log.add(record(req), routePath);
-
-        if (auto fault = faults.take(req.method, routePath)) {
-            if (fault->delayDuration().count() > 0) pause(fault->delayDuration());
-            switch (fault->action()) {
-            case Fault::Action::DropConnection:
-                if (!ConnectionDropper::drop(req.local_addr, req.local_port, req.remote_addr, req.remote_port)) {
-                    // Not found: promise a body and send none, which still ends the exchange early.
-                    res.status = 200;
-                    res.set_content_provider(1, "application/json",
-                                             [](size_t, size_t, httplib::DataSink&) { return false; });
-                }
-                return;
-            case Fault::Action::ForceStatus:
-                respond(ApiReply::error(fault->status(), ApiReply::codeForStatus(fault->status()),
-                                      "The sandbox was told to fail this request."),
-                      res);
-                return;
-            case Fault::Action::NotJson:
-                res.status = 200;
-                res.set_content(fault->body(), "text/html");
-                return;
-            case Fault::Action::None: break;
-            }
-        }
-
-        std::optional<std::string> authorization;
-        if (req.has_header("Authorization")) authorization = req.get_header_value("Authorization");
-        respond(handler->handle(req.method, req.path, authorization, req.body), res);
+        const std::uint64_t sequence = log.add(record(req), routePath);
+        auto [status, note] = serveGuest(req, res, routePath);
+        const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - started;
+        const auto logged = log.finish(sequence, status, elapsed.count(), std::move(note));
+        if (config.requestLine && logged) config.requestLine(redactor->line(*logged));
     } catch (...) {
         respond(ApiReply::error(500, "internal_error", "The sandbox failed while answering."), res);
     }
+}
+
+std::pair<int, std::string> SandboxServer::Impl::serveGuest(const httplib::Request& req, httplib::Response& res,
+                                                            const std::string& routePath) {
+    const auto cutConnection = [&] {
+        if (!ConnectionDropper::drop(req.local_addr, req.local_port, req.remote_addr, req.remote_port)) {
+            // Not found: promise a body and send none, which still ends the exchange early.
+            res.status = 200;
+            res.set_content_provider(1, "application/json", [](size_t, size_t, httplib::DataSink&) { return false; });
+        }
+    };
+    const std::optional<Fault> fault = faults.take(req.method, routePath);
+    if (fault && fault->delayDuration().count() > 0) pause(fault->delayDuration());
+    const Fault::Action action = fault ? fault->action() : Fault::Action::None;
+    switch (action) {
+    case Fault::Action::DropConnection: cutConnection(); return {0, "connection dropped"};
+    case Fault::Action::ForceStatus: {
+        ApiReply reply = ApiReply::error(fault->status(), ApiReply::codeForStatus(fault->status()),
+                                         "The sandbox was told to fail this request.");
+        if (fault->retryAfter().count() > 0)
+            reply.headers.emplace_back("Retry-After", std::to_string(fault->retryAfter().count()));
+        respond(reply, res);
+        return {reply.status, "forced status"};
+    }
+    case Fault::Action::NotJson:
+        res.status = 200;
+        res.set_content(fault->body(), "text/html");
+        return {200, "not JSON"};
+    case Fault::Action::DropReply:
+    case Fault::Action::None: break;
+    }
+
+    const ApiReply reply = handler->handle(req.method, req.path, header(req, "Authorization"), req.body,
+                                           header(req, "Idempotency-Key"));
+    const bool replayed = std::any_of(reply.headers.begin(), reply.headers.end(),
+                                      [](const auto& h) { return h.first == ApiHandler::kReplayedHeader; });
+    if (action == Fault::Action::DropReply) {
+        cutConnection();
+        return {reply.status, "reply dropped"};
+    }
+    respond(reply, res);
+    return {reply.status, replayed ? "replayed" : ""};
 }
 
 SandboxServer::SandboxServer(SandboxConfig config) {
@@ -415,13 +535,20 @@ void SandboxServer::clearRequests() {
 
 std::optional<bool> SandboxServer::notifyMe(std::string_view reservationId) const {
     if (!impl_ || !impl_->store) return std::nullopt;
-    return impl_->store->notifyMe(reservationId);
+    try {
+        return impl_->database->read([&] { return impl_->store->notifyMe(reservationId); });
+    } catch (...) {
+        return std::nullopt;
+    }
 }
 
 void SandboxServer::resetData() {
-    if (!impl_ || !impl_->store || !impl_->seed) return;
+    if (!impl_ || !impl_->store) return;
     try {
-        impl_->store->reset(*impl_->seed);
+        impl_->database->write([&] {
+            impl_->store->reset();
+            impl_->keys->clear();
+        });
     } catch (...) {
     }
 }

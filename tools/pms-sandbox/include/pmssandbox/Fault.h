@@ -16,8 +16,9 @@ class Fault {
 public:
     enum class Action {
         None,            ///< Only the delay; the request is then answered normally.
-        DropConnection,  ///< Shut the connection down without sending any reply.
-        ForceStatus,     ///< Answer the given status with a JSON error body.
+        DropConnection,  ///< Shut the connection down without acting or sending any reply.
+        DropReply,       ///< Act on the request as usual (and commit), then shut the connection down unanswered.
+        ForceStatus,     ///< Answer the given status with a JSON error body, without acting.
         NotJson,         ///< Answer 200 with a body that is not JSON.
     };
 
@@ -25,6 +26,9 @@ public:
     static Fault delay(std::chrono::milliseconds delay);
     /// Closes the connection once the request has been read, without answering.
     static Fault dropConnection();
+    /// Serves the request, changes included, then closes the connection before the reply is sent: the
+    /// client cannot tell whether it was acted on.
+    static Fault dropReply();
     /// Answers `status` (400..599) with {"error": {"code", "message"}}; other values become 500.
     static Fault forceStatus(int status);
     /// Answers 200 with `body` served as text/html.
@@ -32,6 +36,8 @@ public:
 
     /// Copy that also waits `delay` before acting.
     [[nodiscard]] Fault withDelay(std::chrono::milliseconds delay) const;
+    /// Copy whose forced status also carries `Retry-After: <seconds>` (0: no such header).
+    [[nodiscard]] Fault withRetryAfter(std::chrono::seconds seconds) const;
     /// Copy that only hits requests with this method (empty: any) whose path, taken relative to the
     /// base URL and without a leading slash, starts with `pathPrefix` (empty: any).
     [[nodiscard]] Fault matching(std::string method, std::string pathPrefix) const;
@@ -40,6 +46,7 @@ public:
 
     Action action() const { return action_; }
     std::chrono::milliseconds delayDuration() const { return delay_; }
+    std::chrono::seconds retryAfter() const { return retryAfter_; }
     int status() const { return status_; }
     const std::string& body() const { return body_; }
     const std::string& method() const { return method_; }
@@ -53,6 +60,7 @@ public:
 private:
     Action action_ = Action::None;
     std::chrono::milliseconds delay_{0};
+    std::chrono::seconds retryAfter_{0};
     int status_ = 500;
     std::string body_;
     std::string method_;

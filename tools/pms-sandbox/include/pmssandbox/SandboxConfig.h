@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -19,8 +20,16 @@ struct SandboxConfig {
     std::optional<std::string> seedFile;
     /// Seed text to load instead of the built-in bookings; wins over seedFile.
     std::optional<std::string> seedJson;
-    /// Worker threads answering requests; a delayed request holds one for the length of its delay.
-    std::size_t workerThreads = 8;
+    /// The SQLite file that keeps the bookings' state across runs. A new file is filled from the seed once,
+    /// and keeps that seed for resets; an explicit seed that differs from it is refused. Absent: a private
+    /// in-memory database, gone with the server.
+    std::optional<std::string> stateFile;
+    /// Given one line per guest request ("PATCH /guest/reservations/rsv_0003/mobile_checkin 200 0.4 ms"),
+    /// without the token or card ids, on the server's threads. Empty: no lines.
+    std::function<void(const std::string&)> requestLine;
+    /// Worker threads answering requests. Each open keep-alive connection holds one, and a delayed request
+    /// holds one for the length of its delay; the listen queue is sized to match.
+    std::size_t workerThreads = 64;
 };
 
 }  // namespace pmssandbox

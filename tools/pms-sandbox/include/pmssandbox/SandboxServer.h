@@ -13,7 +13,10 @@
 
 namespace pmssandbox {
 
-/// An in-memory reservation service on 127.0.0.1 speaking the kit's guest API.
+/// A reservation service on 127.0.0.1 speaking the kit's guest API, its state in SQLite (a file named by
+/// SandboxConfig::stateFile, else in memory). Every request is one transaction; a POST or PATCH sent with
+/// an Idempotency-Key is acted on once and its reply served again for a retry. Beside the guest API it
+/// serves its own admin routes under /_sandbox/ and a dashboard page at "/" (see the README).
 ///
 ///     SandboxServer sandbox;                       // built-in bookings, token "sandbox-token"
 ///     if (auto port = sandbox.start()) {
@@ -47,7 +50,7 @@ public:
     int port() const;
     /// "http://127.0.0.1:<port>/<prefix>/" while running, else empty.
     std::string baseUrl() const;
-    /// Why the seed failed to load or the last start() failed; empty otherwise.
+    /// Why the seed or the state file failed to load or the last start() failed; empty otherwise.
     std::string lastError() const;
 
     /// Replaces every active fault with `fault`.
@@ -69,7 +72,8 @@ public:
 
     /// The notify_me flag last PATCHed on reservation `reservationId`; nullopt when never set or unknown.
     std::optional<bool> notifyMe(std::string_view reservationId) const;
-    /// Puts every booking back as seeded (notify_me flags, payments and charges are forgotten).
+    /// Puts every booking back as seeded (notify_me flags, payments and charges are forgotten), and forgets
+    /// every Idempotency-Key.
     void resetData();
 
 private:

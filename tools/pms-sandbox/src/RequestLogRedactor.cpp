@@ -1,0 +1,107 @@
+#include "RequestLogRedactor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <utility>
+
+namespace pmssandbox {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t kBodyShown = 2000;
+constexpr const char* kCardMark = "[card]";
+
+void replaceAll(std::string& text, std::string_view secret, std::string_view mark) {
+    if (secret.empty()) return;
+    for (auto at = text.find(secret); at != std::string::npos; at = text.find(secret, at + mark.size()))
+        text.replace(at, secret.size(), mark);
+}
+
+// Card fields are masked whatever their value, so an id the seed does not know stays hidden too.
+void maskCardFields(json& value) {
+    if (value.is_object()) {
+        for (auto& [key, member] : value.items()) {
+            if (key == "credit_card_id" && member.is_string()) member = kCardMark;
+            else maskCardFields(member);
+        }
+    } else if (value.is_array()) {
+        for (json& member : value) maskCardFields(member);
+    }
+}
+
+std::string keyHash(std::string_view key) {
+    std::uint64_t hash = 14695981039346656037ull;  // FNV-1a
+    for (unsigned char c : key) hash = (hash ^ c) * 1099511628211ull;
+    char text[20];
+    std::snprintf(text, sizeof text, "%012llx", static_cast<unsigned long long>(hash >> 16));
+    return text;
+}
+
+std::string isoTime(std::chrono::system_clock::time_point time) {
+    const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+    const std::time_t seconds = static_cast<std::time_t>(millis / 1000);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    char text[40];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(millis % 1000));
+    return text;
+}
+
+std::string dumped(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
+
+}  // namespace
+
+RequestLogRedactor::RequestLogRedactor(std::string token, std::vector<std::string> cardIds)
+    : token_(std::move(token)), cardIds_(std::move(cardIds)) {
+    std::sort(cardIds_.begin(), cardIds_.end(), [](const auto& a, const auto& b) { return a.size() > b.size(); });
+}
+
+std::string RequestLogRedactor::redacted(std::string_view text) const {
+    std::string out(text);
+    replaceAll(out, token_, "[token]");
+    for (const std::string& id : cardIds_) replaceAll(out, id, kCardMark);
+    return out;
+}
+
+std::string RequestLogRedactor::body(const std::string& text) const {
+    json parsed = json::parse(text, nullptr, false);
+    std::string shown = text;
+    if (!parsed.is_discarded()) {
+        maskCardFields(parsed);
+        shown = dumped(parsed);
+    }
+    shown = redacted(shown);
+    if (shown.size() > kBodyShown) shown = shown.substr(0, kBodyShown) + "...";
+    return shown;
+}
+
+json RequestLogRedactor::entry(const LoggedRequest& logged) const {
+    const std::string key = logged.request.header("Idempotency-Key");
+    const bool answered = logged.finished && logged.status != 0;
+    return {
+        {"sequence", logged.sequence},
+        {"time", isoTime(logged.receivedAt)},
+        {"method", logged.request.method},
+        {"path", redacted(logged.request.path)},
+        {"status", answered ? json(logged.status) : json()},
+        {"ms", logged.finished ? json(std::round(logged.milliseconds * 10) / 10) : json()},
+        {"idempotency_key", logged.request.headers.count("idempotency-key") ? json(keyHash(key)) : json()},
+        {"note", logged.finished ? logged.note : std::string("in flight")},
+        {"body", body(logged.request.body)},
+    };
+}
+
+std::string RequestLogRedactor::line(const LoggedRequest& logged) const {
+    char figures[48];
+    std::snprintf(figures, sizeof figures, " %d %.1f ms", logged.status, logged.milliseconds);
+    std::string text = logged.request.method + " " + redacted(logged.request.path) + figures;
+    if (!logged.note.empty()) text += " (" + logged.note + ")";
+    return text;
+}
+
+}  // namespace pmssandbox
