@@ -40,7 +40,7 @@ pc_flags="$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig:$prefix/share/pkgconfig" pkg-
   fail "host_example does not build with: $pc_flags"
 pc_example="$work/host_example_pc"
 
-"$build/tools/pms-sandbox/pms-sandbox" --port 0 >"$work/sandbox.log" 2>&1 &
+"$build/tools/pms-sandbox/pms-sandbox" --port 0 --in-memory >"$work/sandbox.log" 2>&1 &
 sandbox_pid=$!
 url=""
 for _ in $(seq 1 100); do
