@@ -302,6 +302,13 @@ void VLMSDKHTTPRequestManager::Impl::collectFinished() {
         transfer->setLive(false);
         --live_;
         VLMSDKHTTPReply reply = transfer->finish(result, reader_);
+        if (options_.exchangeObserver) {
+            try {
+                options_.exchangeObserver(transfer->exchange(reply));
+            } catch (...) {
+                // An observer's failure must not cost the request its reply.
+            }
+        }
         auto completion = transfer->release();
         retire(transfer);
         complete(completion, std::move(reply));

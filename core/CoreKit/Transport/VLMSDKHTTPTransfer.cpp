@@ -152,6 +152,7 @@ VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
     tooLarge_ = false;
     outOfMemory_ = false;
     errorBuffer_[0] = '\0';
+    started_ = std::chrono::steady_clock::now();
 
     bool hasContentType = false;
     bool hasExpect = false;
@@ -335,6 +336,27 @@ VLMErrorPtr VLMSDKHTTPTransfer::transportError(CURLcode result, long statusCode)
     case CURLE_URL_MALFORMAT: return networkError(VLMErrorCode::InvalidRequest, std::move(message), __func__);
     default: return networkError(VLMErrorCode::Transport, std::move(message), __func__);
     }
+}
+
+VLMSDKHTTPExchange VLMSDKHTTPTransfer::exchange(const VLMSDKHTTPReply& reply) const {
+    VLMSDKHTTPExchange exchange;
+    exchange.method = request_->method();
+    exchange.url = request_->redactedURL();
+    exchange.requestHeaders = request_->headers();
+    for (auto& [name, value] : exchange.requestHeaders) {
+        // The scheme stays readable ("Bearer ***"); the credentials never leave.
+        if (equalsIgnoringASCIICase(name, "Authorization")) value = value.substr(0, value.find(' ')) + " ***";
+    }
+    exchange.requestBody = request_->body();
+    if (reply.response) {
+        exchange.statusCode = reply.response->statusCode();
+        exchange.responseHeaders = reply.response->headers();
+    }
+    exchange.responseBody = body_;
+    exchange.duration =
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started_);
+    if (reply.error) exchange.failure = reply.error->developerMessage();
+    return exchange;
 }
 
 VLMErrorPtr VLMSDKHTTPTransfer::cancellationError() const {

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKHTTPExchange.h>
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManagerOptions.h>
 #include <VLMSDKCoreKit/VLMSDKRequestManager.h>
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -54,6 +56,9 @@ public:
     /// Never throws.
     VLMSDKHTTPReply finish(CURLcode result, VLMSDKJSONReader& reader);
 
+    /// The finished attempt as the exchange observer sees it (call between `finish` and `release`).
+    VLMSDKHTTPExchange exchange(const VLMSDKHTTPReply& reply) const;
+
     /// The error that answers the loaded request when the manager shuts down first.
     VLMErrorPtr cancellationError() const;
 
@@ -85,6 +90,7 @@ private:
     std::string body_;
     VLMSDKURLResponse::Headers replyHeaders_;
     std::string scratch_;
+    std::chrono::steady_clock::time_point started_;
     bool live_ = false;
     bool tooLarge_ = false;
     bool outOfMemory_ = false;

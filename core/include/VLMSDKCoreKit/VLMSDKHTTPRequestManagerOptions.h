@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKHTTPExchange.h>
+
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -26,4 +28,7 @@ struct VLMSDKHTTPRequestManagerOptions {
     /// Requests on the wire at once, which also bounds the connections open at once; further requests wait,
     /// in order, in the manager's queue. Default 64, at least 1.
     std::size_t maximumLiveTransfers = 64;
+    /// Told of every attempt once it ends, before its reply handler runs, on the thread that drives the
+    /// transfer (see the manager's modes). It must return quickly and must not throw. Default: none.
+    VLMSDKHTTPExchangeObserver exchangeObserver;
 };

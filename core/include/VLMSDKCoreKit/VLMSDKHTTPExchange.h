@@ -1,0 +1,30 @@
+#pragma once
+
+#include <VLMSDKCoreKit/VLMSDKRequest.h>
+#include <VLMSDKCoreKit/VLMSDKURLResponse.h>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+
+/// One attempt of a request as it crossed the wire: what was sent, what came back, how long it took.
+/// Meant for logs and verbose output, so secrets the transport knows of are already redacted: a password in
+/// the URL and the credentials of an Authorization header read "***". Bodies are as sent and received
+/// (their content is the service's; redact what it holds before showing it).
+struct VLMSDKHTTPExchange {
+    std::string method;
+    std::string url;
+    VLMSDKRequest::Headers requestHeaders;
+    std::optional<std::string> requestBody;
+    long statusCode = 0;  ///< 0: no HTTP answer came
+    VLMSDKURLResponse::Headers responseHeaders;
+    std::string responseBody;  ///< as received, up to the reply size limit
+    std::chrono::microseconds duration{0};
+    unsigned attempt = 1;  ///< 1 for the first attempt of a request
+    std::string failure;   ///< what went wrong with the attempt, as its error says; empty when nothing did
+};
+
+/// Receives every exchange of a request manager (see VLMSDKHTTPRequestManagerOptions::exchangeObserver).
+using VLMSDKHTTPExchangeObserver = std::function<void(const VLMSDKHTTPExchange&)>;
