@@ -1,21 +1,31 @@
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
 
-#include <condition_variable>
+#include "VLMSDKMainQueueSource.h"
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
 #include <deque>
 #include <mutex>
 #include <utility>
 
+#include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+using vlmsdk::detail::VLMSDKMainQueueSource;
 
 namespace {
 
 struct Queue {
     std::mutex mutex;
-    std::condition_variable ready;
     std::deque<VLMSDKMainQueue::Task> tasks;
     VLMSDKMainQueue::Executor executor;
+    std::vector<std::shared_ptr<VLMSDKMainQueueSource>> sources;
     bool mainThreadWaiting = false;  // only then is a wake-up worth its system call
+    std::atomic<bool> hasExecutor{false};
+    // What ends the main thread's wait besides the sources' own descriptors.
+    const int wakeDescriptor = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
 };
 
 Queue& queue() {
@@ -40,7 +50,90 @@ std::deque<VLMSDKMainQueue::Task> takeAll(Queue& q) {
     return batch;
 }
 
+std::vector<std::shared_ptr<VLMSDKMainQueueSource>> sourcesOf(Queue& q) {
+    std::lock_guard lock(q.mutex);
+    return q.sources;
+}
+
+void wake(Queue& q) {
+    const std::uint64_t one = 1;
+    // A full counter already wakes the waiter; nothing else can go wrong worth reporting.
+    [[maybe_unused]] const auto written = ::write(q.wakeDescriptor, &one, sizeof one);
+}
+
+// One round of the pump: wait for the sources' descriptors, a posted task, a source's own time limit or
+// `deadline` (no wait at all when a task is queued), then dispatch the sources and run the queued tasks.
+// Answers the number of tasks run.
+std::size_t pumpOnce(Queue& q, std::chrono::steady_clock::time_point deadline) {
+    const auto sources = sourcesOf(q);
+    std::vector<pollfd> descriptors{{q.wakeDescriptor, POLLIN, 0}};
+    std::vector<std::size_t> firsts;  // where each source's descriptors begin
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    long timeout = std::clamp<long long>(left.count(), 0, INT_MAX);
+    for (const auto& source : sources) {
+        firsts.push_back(descriptors.size());
+        const int limit = source->prepareWait(descriptors);
+        if (limit >= 0) timeout = std::min<long>(timeout, limit);
+    }
+    firsts.push_back(descriptors.size());
+    {
+        std::lock_guard lock(q.mutex);
+        if (!q.tasks.empty()) timeout = 0;
+        q.mainThreadWaiting = timeout > 0;
+    }
+    ::poll(descriptors.data(), descriptors.size(), static_cast<int>(timeout));
+    if (timeout > 0) {
+        std::lock_guard lock(q.mutex);
+        q.mainThreadWaiting = false;
+    }
+    if (descriptors[0].revents & POLLIN) {
+        std::uint64_t count = 0;
+        [[maybe_unused]] const auto read = ::read(q.wakeDescriptor, &count, sizeof count);
+    }
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+        sources[i]->dispatch(std::span<const pollfd>(descriptors).subspan(firsts[i], firsts[i + 1] - firsts[i]));
+    }
+    std::size_t count = 0;
+    for (auto& task : takeAll(q)) {
+        runTask(task);
+        task = nullptr;  // what the task held goes before the next one runs
+        ++count;
+    }
+    return count;
+}
+
 }  // namespace
+
+namespace vlmsdk::detail {
+
+void attachMainQueueSource(std::shared_ptr<VLMSDKMainQueueSource> source) {
+    Queue& q = queue();
+    {
+        std::lock_guard lock(q.mutex);
+        q.sources.push_back(std::move(source));
+    }
+    wakeMainQueue();
+}
+
+void detachMainQueueSource(const VLMSDKMainQueueSource* source) {
+    Queue& q = queue();
+    std::lock_guard lock(q.mutex);
+    std::erase_if(q.sources, [&](const auto& attached) { return attached.get() == source; });
+}
+
+void wakeMainQueue() {
+    Queue& q = queue();
+    bool waiting = false;
+    {
+        std::lock_guard lock(q.mutex);
+        waiting = q.mainThreadWaiting;
+    }
+    if (waiting) wake(q);
+}
+
+bool mainQueueHasExecutor() { return queue().hasExecutor.load(std::memory_order_acquire); }
+
+}  // namespace vlmsdk::detail
 
 bool VLMSDKMainQueue::isMainThread() {
     // The thread whose id is the process id is the one that started the process.
@@ -59,14 +152,15 @@ void VLMSDKMainQueue::async(Task task) {
         return;
     }
     q.tasks.push_back(std::move(task));
-    const bool wake = q.mainThreadWaiting;
+    const bool waiting = q.mainThreadWaiting;
     lock.unlock();
-    if (wake) q.ready.notify_one();
+    if (waiting) wake(q);
 }
 
 void VLMSDKMainQueue::setExecutor(Executor executor) {
     Queue& q = queue();
     std::lock_guard lock(q.mutex);
+    q.hasExecutor.store(static_cast<bool>(executor), std::memory_order_release);
     q.executor = std::move(executor);
 }
 
@@ -74,13 +168,8 @@ std::size_t VLMSDKMainQueue::drain() {
     if (!isMainThread()) return 0;
     Queue& q = queue();
     std::size_t count = 0;
-    for (auto batch = takeAll(q); !batch.empty(); batch = takeAll(q)) {
-        for (auto& task : batch) {
-            runTask(task);
-            task = nullptr;  // what the task held goes before the next one runs
-            ++count;
-        }
-    }
+    // Rounds without waiting, until one runs no task: tasks queued by tasks run in the same drain.
+    for (std::size_t ran = 1; ran > 0; count += ran) ran = pumpOnce(q, std::chrono::steady_clock::now());
     return count;
 }
 
@@ -88,18 +177,11 @@ bool VLMSDKMainQueue::runUntil(const std::function<bool()>& done, std::chrono::m
     if (!isMainThread()) return false;
     Queue& q = queue();
     const auto deadline = std::chrono::steady_clock::now() + timeout;
+    pumpOnce(q, std::chrono::steady_clock::now());
     for (;;) {
-        drain();
         if (done()) return true;
-        std::unique_lock lock(q.mutex);
-        q.mainThreadWaiting = true;
-        const bool woken = q.ready.wait_until(lock, deadline, [&] { return !q.tasks.empty(); });
-        q.mainThreadWaiting = false;
-        if (!woken) {
-            lock.unlock();
-            drain();
-            return done();
-        }
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        pumpOnce(q, deadline);
     }
 }
 

@@ -1,5 +1,5 @@
-// Where completions run: replies are handled on the transport's network thread and delivered on the
-// main thread, whichever thread started the operation.
+// Where completions run: replies are handled on the thread that drives the transport (the network thread,
+// or the main thread as it pumps) and delivered on the main thread, whichever thread started the operation.
 #include "EndToEndSupport.h"
 
 #include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
@@ -33,34 +33,46 @@ struct ObservingRequestManager final : VLMSDKRequestManager {
     std::shared_ptr<std::promise<std::thread::id>> handled = std::make_shared<std::promise<std::thread::id>>();
 };
 
-TEST(EndToEndDeliveryTest, ReplyHandledOnTheNetworkThreadIsDeliveredOnlyWhenTheMainQueueRuns) {
+TEST(EndToEndDeliveryTest, TheModeDecidesWhereTheReplyIsHandledAndTheCompletionRunsOnlyOnTheMainThread) {
+    using Mode = VLMSDKHTTPRequestManagerOptions::Mode;
     auto sandbox = startSandbox();
-    VLMSDKHTTPRequestManagerOptions options;
-    options.maximumLiveTransfers = 1;  // one connection to the service
-    auto transport = std::make_shared<VLMSDKHTTPRequestManager>(options);
-    auto observer = std::make_shared<ObservingRequestManager>(transport);
-    auto builder = std::make_shared<VLMSDKRequestBuilder>(sandbox->baseUrl());
-    builder->setAccessToken(kSandboxToken);
-    const VLMSDKAPIManager api(builder, observer);
-    auto handled = observer->handled->get_future();
-    VLMSDKMainQueue::drain();
+    for (const Mode mode : {Mode::Threaded, Mode::Pumped}) {
+        const bool threaded = mode == Mode::Threaded;
+        SCOPED_TRACE(threaded ? "threaded" : "pumped");
+        VLMSDKHTTPRequestManagerOptions options;
+        options.mode = mode;
+        options.maximumLiveTransfers = 1;  // one connection to the service
+        auto transport = std::make_shared<VLMSDKHTTPRequestManager>(options);
+        auto observer = std::make_shared<ObservingRequestManager>(transport);
+        auto builder = std::make_shared<VLMSDKRequestBuilder>(sandbox->baseUrl());
+        builder->setAccessToken(kSandboxToken);
+        const VLMSDKAPIManager api(builder, observer);
+        auto handled = observer->handled->get_future();
+        VLMSDKMainQueue::drain();
 
-    DeliveryLog log;
-    fetchReservationWithID(api, "rsv_0003", log.completion<VLMSDKReservation>());
-    // Block the main thread without pumping: the reply is handled elsewhere and must wait for it.
-    ASSERT_EQ(handled.wait_for(kLimit), std::future_status::ready);
-    EXPECT_NE(handled.get(), std::this_thread::get_id());
-    EXPECT_EQ(log.count(), 0u) << "the completion ran on the network thread";
-    EXPECT_EQ(VLMSDKMainQueue::pendingCount(), 1u);
-
-    EXPECT_EQ(VLMSDKMainQueue::drain(), 1u);
-    transport->shutdown();
-    VLMSDKMainQueue::drain();
-    ASSERT_EQ(log.count(), 1u);
-    EXPECT_TRUE(log.at(0).onMainThread);
-    const auto reservation = log.record<VLMSDKReservation>();
-    ASSERT_TRUE(reservation);
-    EXPECT_EQ(reservation->velmoraID(), "rsv_0003");
+        DeliveryLog log;
+        fetchReservationWithID(api, "rsv_0003", log.completion<VLMSDKReservation>());
+        if (threaded) {
+            // Block the main thread without pumping: the reply is handled elsewhere, and the completion waits.
+            ASSERT_EQ(handled.wait_for(kLimit), std::future_status::ready);
+            EXPECT_NE(handled.get(), std::this_thread::get_id());
+            EXPECT_EQ(log.count(), 0u) << "the completion ran on the network thread";
+            EXPECT_EQ(VLMSDKMainQueue::pendingCount(), 1u);
+            EXPECT_EQ(VLMSDKMainQueue::drain(), 1u);
+        } else {
+            // Pumping drives the transfer: the reply is handled and delivered on the main thread, no task between.
+            ASSERT_TRUE(log.waitFor(1));
+            EXPECT_EQ(handled.get(), std::this_thread::get_id());
+            EXPECT_EQ(VLMSDKMainQueue::pendingCount(), 0u);
+        }
+        transport->shutdown();
+        VLMSDKMainQueue::drain();
+        ASSERT_EQ(log.count(), 1u);
+        EXPECT_TRUE(log.at(0).onMainThread);
+        const auto reservation = log.record<VLMSDKReservation>();
+        ASSERT_TRUE(reservation);
+        EXPECT_EQ(reservation->velmoraID(), "rsv_0003");
+    }
 }
 
 TEST(EndToEndDeliveryTest, ConcurrentCallsFromOtherThreadsEachCompleteOnceOnTheMainThread) {

@@ -129,14 +129,21 @@ private:
     std::vector<int> fillers_;
 };
 
-VLMSDKHTTPRequestManagerOptions quick() {
-    VLMSDKHTTPRequestManagerOptions options;
-    options.connectTimeout = 2s;
-    options.requestTimeout = 20s;
-    return options;
-}
+using Mode = VLMSDKHTTPRequestManagerOptions::Mode;
 
-TEST(TransportFaults, EachFaultEndsInOneCompletionOnTheMainThreadNamingItsCause) {
+/// Each test runs with the main thread driving the transfers and with a network thread.
+class TransportFaults : public ::testing::TestWithParam<Mode> {
+protected:
+    VLMSDKHTTPRequestManagerOptions quick() const {
+        VLMSDKHTTPRequestManagerOptions options;
+        options.mode = GetParam();
+        options.connectTimeout = 2s;
+        options.requestTimeout = 20s;
+        return options;
+    }
+};
+
+TEST_P(TransportFaults, EachFaultEndsInOneCompletionOnTheMainThreadNamingItsCause) {
     const auto& certificates = TestCertificates::shared();
     auto serve = [](httplib::Server& server) {
         server.Get("/guest/reservations/rsv_1",
@@ -251,7 +258,7 @@ private:
     std::unique_ptr<ChildProcess> process_;
 };
 
-TEST(TransportFaults, OverHTTP2EightRequestsInFlightShareOneConnection) {
+TEST_P(TransportFaults, OverHTTP2EightRequestsInFlightShareOneConnection) {
     const HTTP2Server server(std::map<std::string, std::string>{{"guest/reservations/rsv_1", kReply}});
     auto options = quick();
     options.caFile = TestCertificates::shared().caFile;
@@ -268,5 +275,8 @@ TEST(TransportFaults, OverHTTP2EightRequestsInFlightShareOneConnection) {
     }
     EXPECT_EQ(fetches.manager().connectionsOpened(), 1u);
 }
+
+INSTANTIATE_TEST_SUITE_P(Modes, TransportFaults, ::testing::Values(Mode::Pumped, Mode::Threaded),
+                         [](const auto& info) { return info.param == Mode::Pumped ? "Pumped" : "Threaded"; });
 
 }  // namespace

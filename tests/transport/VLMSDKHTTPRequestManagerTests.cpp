@@ -1,6 +1,7 @@
 #include "TestHTTPServer.h"
 
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
+#include <VLMSDKCoreKit/VLMSDKMainQueue.h>
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -14,7 +15,10 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <future>
 #include <functional>
+#include <iterator>
 #include <latch>
 #include <memory>
 #include <mutex>
@@ -28,6 +32,11 @@
 namespace {
 
 using namespace std::chrono_literals;
+
+/// Ends a wait of the main thread pumping the queue, so that it looks at what another thread changed.
+void wakeMainThread() {
+    if (!VLMSDKMainQueue::isMainThread()) VLMSDKMainQueue::async([] {});
+}
 
 // Only guards against a hang: a reply that never comes fails the test instead of stalling the suite.
 constexpr auto kHangGuard = 60s;
@@ -53,15 +62,14 @@ public:
                 std::lock_guard lock(mutex_);
                 if (++calls_.at(index) == 1) replies_[index] = {json, response, error, std::this_thread::get_id()};
                 ++total_;
-                changed_.notify_all();
             }
+            wakeMainThread();
             if (throwing_) throw std::runtime_error("handler failed");
         };
     }
-    /// Waits until `count` calls (default: one per request) were recorded in all.
+    /// Pumps the main queue until `count` calls (default: one per request) were recorded in all.
     [[nodiscard]] bool waitForCalls(std::size_t count = 0) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, kHangGuard, [&] { return total_ >= (count ? count : calls_.size()); });
+        return VLMSDKMainQueue::runUntil([&] { return total() >= (count ? count : calls_.size()); }, kHangGuard);
     }
     std::size_t total() const {
         std::lock_guard lock(mutex_);
@@ -78,7 +86,6 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    std::condition_variable changed_;
     std::vector<int> calls_;
     std::vector<Reply> replies_;
     std::size_t total_ = 0;
@@ -94,22 +101,41 @@ std::shared_ptr<const VLMSDKRequest> makeRequest(std::string method, std::string
 
 std::string describe(const VLMErrorPtr& error) { return error ? error->description() : "no error"; }
 
-VLMSDKHTTPRequestManager::Options quickOptions() {
-    VLMSDKHTTPRequestManager::Options options;
-    options.connectTimeout = 5s;
-    options.requestTimeout = 20s;
-    return options;
+using Mode = VLMSDKHTTPRequestManager::Options::Mode;
+
+/// Every test runs once with the main thread driving the transfers as it pumps, once with a network thread.
+class TransportModeTest : public ::testing::TestWithParam<Mode> {
+protected:
+    VLMSDKHTTPRequestManager::Options quickOptions() const {
+        VLMSDKHTTPRequestManager::Options options;
+        options.mode = GetParam();
+        options.connectTimeout = 5s;
+        options.requestTimeout = 20s;
+        return options;
+    }
+    /// Reply handlers run on the main thread in the pumped mode, on the network thread in the threaded one.
+    void expectHandlerThread(std::thread::id thread) const {
+        EXPECT_EQ(thread == std::this_thread::get_id(), GetParam() == Mode::Pumped);
+    }
+};
+
+std::string modeName(const ::testing::TestParamInfo<Mode>& info) {
+    return info.param == Mode::Pumped ? "Pumped" : "Threaded";
 }
 
-class HTTPRequestManagerTest : public ::testing::Test {
+class HTTPRequestManagerTest : public TransportModeTest {
 protected:
     // Server workers still holding requests would keep the server from stopping.
     void TearDown() override { releaseHeldRequests(1000000); }
 
-    /// Waits until "/hold" has received `count` requests in all.
+    /// Pumps the main queue until "/hold" has received `count` requests in all.
     [[nodiscard]] bool waitForHeldArrivals(std::size_t count) {
-        std::unique_lock lock(holdMutex_);
-        return holdChanged_.wait_for(lock, kHangGuard, [&] { return heldArrivals_ >= count; });
+        return VLMSDKMainQueue::runUntil(
+            [&] {
+                std::lock_guard lock(holdMutex_);
+                return heldArrivals_ >= count;
+            },
+            kHangGuard);
     }
     /// Lets `count` of the requests that "/hold" keeps waiting be answered.
     void releaseHeldRequests(std::size_t count) {
@@ -171,7 +197,7 @@ private:
             {
                 std::unique_lock lock(holdMutex_);
                 ++heldArrivals_;
-                holdChanged_.notify_all();
+                wakeMainThread();
                 if (holdChanged_.wait_for(lock, kHangGuard, [&] { return holdTokens_ > 0; })) --holdTokens_;
             }
             response.set_content(VLMSDKJSON{{"port", request.remote_port}}.dump(), "application/json");
@@ -179,7 +205,7 @@ private:
     }
 };
 
-TEST_F(HTTPRequestManagerTest, EveryReplyReachesTheHandlerOnceAsTheServerSentIt) {
+TEST_P(HTTPRequestManagerTest, EveryReplyReachesTheHandlerOnceAsTheServerSentIt) {
     constexpr std::size_t kLimit = 1024;
     int closedPort = 0;
     {
@@ -222,7 +248,7 @@ TEST_F(HTTPRequestManagerTest, EveryReplyReachesTheHandlerOnceAsTheServerSentIt)
         manager.performDataTaskRequest(makeRequest("GET", row.url), recorder.completion(0));
         ASSERT_TRUE(recorder.waitForCalls());
         const Reply reply = recorder.reply(0);
-        EXPECT_NE(reply.thread, std::this_thread::get_id());
+        expectHandlerThread(reply.thread);
         EXPECT_EQ(reply.json ? std::optional(*reply.json) : std::nullopt, row.json);
         ASSERT_EQ(reply.response != nullptr, row.status != 0);
         if (reply.response) {
@@ -249,7 +275,7 @@ TEST_F(HTTPRequestManagerTest, EveryReplyReachesTheHandlerOnceAsTheServerSentIt)
     }
 }
 
-TEST_F(HTTPRequestManagerTest, RequestsThatCannotBeSentNeverReachTheServer) {
+TEST_P(HTTPRequestManagerTest, RequestsThatCannotBeSentNeverReachTheServer) {
     const auto buildError = VLMError::errorWithCode(VLMErrorCode::InvalidRequest, kVLMSDKNetworkErrorDomain,
                                                     "bad path", __func__, __FILE__);
     const std::vector<std::pair<const char*, std::shared_ptr<const VLMSDKRequest>>> rows = {
@@ -285,7 +311,7 @@ TEST_F(HTTPRequestManagerTest, RequestsThatCannotBeSentNeverReachTheServer) {
     recorder.expectEachCalledOnce();
 }
 
-TEST_F(HTTPRequestManagerTest, MethodHeadersAndBodyReachTheServerAsGiven) {
+TEST_P(HTTPRequestManagerTest, MethodHeadersAndBodyReachTheServerAsGiven) {
     // Above 1 MiB, where libcurl would ask for a "100 Continue" unless told not to.
     const std::string largeBody = VLMSDKJSON{{"note", std::string(1 << 20, 'n')}}.dump();
     const VLMSDKRequest::Headers json = {{"Content-Type", "application/json"}};
@@ -327,7 +353,7 @@ TEST_F(HTTPRequestManagerTest, MethodHeadersAndBodyReachTheServerAsGiven) {
     }
 }
 
-TEST_F(HTTPRequestManagerTest, TheExchangeObserverSeesEachAttemptWithItsSecretsRedacted) {
+TEST_P(HTTPRequestManagerTest, TheExchangeObserverSeesEachAttemptWithItsSecretsRedacted) {
     std::mutex mutex;
     std::vector<VLMSDKHTTPExchange> exchanges;
     auto options = quickOptions();
@@ -358,7 +384,7 @@ TEST_F(HTTPRequestManagerTest, TheExchangeObserverSeesEachAttemptWithItsSecretsR
     EXPECT_EQ(exchanges[1].responseBody, R"({"error": "status"})");
 }
 
-TEST_F(HTTPRequestManagerTest, ManyThreadsSendAtOnceAndEveryRequestGetsItsOwnReplyThoughHandlersThrow) {
+TEST_P(HTTPRequestManagerTest, ManyThreadsSendAtOnceAndEveryRequestGetsItsOwnReplyThoughHandlersThrow) {
     constexpr int kThreads = 8;
     constexpr int kPerThread = 50;
     constexpr std::size_t kConnections = 8;
@@ -392,7 +418,7 @@ TEST_F(HTTPRequestManagerTest, ManyThreadsSendAtOnceAndEveryRequestGetsItsOwnRep
     recorder.expectEachCalledOnce();
 }
 
-TEST_F(HTTPRequestManagerTest, ConnectionsOfABurstStayOpenForTheNextOne) {
+TEST_P(HTTPRequestManagerTest, ConnectionsOfABurstStayOpenForTheNextOne) {
     constexpr std::size_t kRounds = 3;
     std::size_t arrived = 0;
     // One at a time reuses one connection; a burst of eight at once needs eight, and keeps all of them.
@@ -423,7 +449,7 @@ TEST_F(HTTPRequestManagerTest, ConnectionsOfABurstStayOpenForTheNextOne) {
     }
 }
 
-TEST_F(HTTPRequestManagerTest, ShutdownAndDestructionCancelQueuedAndLiveRequestsExactlyOnce) {
+TEST_P(HTTPRequestManagerTest, ShutdownAndDestructionCancelQueuedAndLiveRequestsExactlyOnce) {
     constexpr std::size_t kLive = 5;
     constexpr std::size_t kRequests = 8;  // three of them still queued in the manager
     for (const bool destroy : {false, true}) {
@@ -460,7 +486,94 @@ TEST_F(HTTPRequestManagerTest, ShutdownAndDestructionCancelQueuedAndLiveRequests
     }
 }
 
-TEST(HTTPRequestManagerWireTest, ProxyOptionAndEmptyHeaderValuesReachTheWire) {
+TEST_P(HTTPRequestManagerTest, ShutdownFromAReplyHandlerOrAnotherThreadAnswersEveryRequestOnce) {
+    constexpr std::size_t kHeld = 3;
+    std::size_t arrived = 0;
+    for (const bool fromHandler : {true, false}) {
+        SCOPED_TRACE(fromHandler ? "from a reply handler" : "from another thread");
+        ReplyRecorder recorder(kHeld + 1);
+        auto manager = std::make_unique<VLMSDKHTTPRequestManager>(quickOptions());
+        for (std::size_t i = 1; i <= kHeld; ++i) {
+            manager->performDataTaskRequest(makeRequest("GET", server_.url("/hold")), recorder.completion(i));
+        }
+        ASSERT_TRUE(waitForHeldArrivals(arrived += kHeld));
+        if (fromHandler) {
+            auto recordThenShutDown = [record = recorder.completion(0), raw = manager.get()](auto json, auto response,
+                                                                                               VLMErrorPtr error) {
+                raw->shutdown();  // only starts it: this handler is still running
+                record(std::move(json), std::move(response), std::move(error));
+            };
+            manager->performDataTaskRequest(makeRequest("GET", server_.url("/json")), recordThenShutDown);
+            ASSERT_TRUE(recorder.waitForCalls());
+        } else {
+            manager->performDataTaskRequest(makeRequest("GET", server_.url("/json")), recorder.completion(0));
+            ASSERT_TRUE(recorder.waitForCalls(1));
+            // The main thread is not pumping now; the shutdown must not wait for it.
+            std::thread([&] { manager->shutdown(); }).join();
+            EXPECT_EQ(recorder.total(), kHeld + 1);
+        }
+        manager.reset();
+        VLMSDKMainQueue::drain();
+        recorder.expectEachCalledOnce();
+        EXPECT_EQ(recorder.reply(0).error, nullptr);
+        for (std::size_t i = 1; i <= kHeld; ++i) {
+            ASSERT_NE(recorder.reply(i).error, nullptr);
+            EXPECT_EQ(recorder.reply(i).error->code(), VLMErrorCode::Cancelled);
+        }
+    }
+}
+
+std::size_t threadCount() {
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}));
+}
+
+TEST(HTTPRequestManagerModes, ThePumpedModeRunsNoThreadOfItsOwnAndAutomaticFollowsTheExecutor) {
+    const TestHTTPServer server([](httplib::Server& routes) {
+        routes.Get("/json", [](auto&, httplib::Response& response) { response.set_content("{}", "application/json"); });
+    });
+    struct Row {
+        const char* name;
+        Mode mode;
+        bool executorInstalled;
+        bool handledOnMainThread;
+    };
+    const Row rows[] = {
+        {"pumped", Mode::Pumped, false, true},
+        {"automatic while the host pumps", Mode::Automatic, false, true},
+        {"automatic with an executor", Mode::Automatic, true, false},
+        {"threaded", Mode::Threaded, false, false},
+    };
+    {
+        // The server starts its workers as it begins to listen; one exchange makes sure they all run.
+        ReplyRecorder warmUp(1);
+        VLMSDKHTTPRequestManager manager;
+        manager.performDataTaskRequest(makeRequest("GET", server.url("/json")), warmUp.completion(0));
+        ASSERT_TRUE(warmUp.waitForCalls());
+    }
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        if (row.executorInstalled) VLMSDKMainQueue::setExecutor([](VLMSDKMainQueue::Task) {});
+        const std::size_t before = threadCount();
+        VLMSDKHTTPRequestManager::Options options;
+        options.mode = row.mode;
+        VLMSDKHTTPRequestManager manager(options);
+        auto handled = std::make_shared<std::promise<std::thread::id>>();
+        auto result = handled->get_future();
+        manager.performDataTaskRequest(makeRequest("GET", server.url("/json")),
+                                       [handled](auto, auto, auto) { handled->set_value(std::this_thread::get_id()); });
+        if (row.handledOnMainThread) {
+            VLMSDKMainQueue::runUntil([&] { return result.wait_for(0s) == std::future_status::ready; }, kHangGuard);
+        }
+        ASSERT_EQ(result.wait_for(kHangGuard), std::future_status::ready);
+        EXPECT_EQ(result.get() == std::this_thread::get_id(), row.handledOnMainThread);
+        EXPECT_EQ(threadCount() > before, !row.handledOnMainThread);
+        manager.shutdown();
+        EXPECT_EQ(threadCount(), before);
+        VLMSDKMainQueue::setExecutor(nullptr);
+    }
+}
+
+TEST_P(TransportModeTest, ProxyOptionAndEmptyHeaderValuesReachTheWire) {
     struct Row {
         const char* name;
         bool viaProxy;
@@ -507,5 +620,8 @@ TEST(HTTPRequestManagerWireTest, ProxyOptionAndEmptyHeaderValuesReachTheWire) {
         EXPECT_NE(head.find(row.expected), std::string::npos) << head;
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Modes, TransportModeTest, ::testing::Values(Mode::Pumped, Mode::Threaded), modeName);
+INSTANTIATE_TEST_SUITE_P(Modes, HTTPRequestManagerTest, ::testing::Values(Mode::Pumped, Mode::Threaded), modeName);
 
 }  // namespace

@@ -6,17 +6,24 @@
 #include <cstddef>
 #include <memory>
 
-/// The request manager that talks HTTP(S): one network thread per manager drives every transfer,
-/// reusing connections per host (keep-alive, HTTP/2 multiplexing over TLS where the server offers it).
+/// The request manager that talks HTTP(S) through libcurl, reusing connections per host (keep-alive, HTTP/2
+/// multiplexing over TLS where the server offers it).
 ///
-/// Reply handlers are called exactly once per request, on the manager's network thread (only a request made
-/// after shutdown is answered on the calling thread), with the reply body parsed there: an empty (or blank)
-/// body gives no JSON and no error, a body that is not JSON gives a `VLMErrorCode::InvalidResponse` error, and
-/// an HTTP error status is no error of the manager's (the response validator judges statuses). A response is
-/// passed whenever the server sent a status line, failures after it included. Redirects are not followed.
-/// Handlers should return quickly; an exception thrown by one is caught and dropped.
+/// Who drives the transfers is the options' `mode`: in the pumped mode the main thread, while the host pumps
+/// VLMSDKMainQueue, so a reply is parsed, validated, mapped and delivered on the thread that will run the
+/// completion, with no hand-off (and nothing moves while the host does not pump); in the threaded mode a
+/// network thread of the manager's own, started with its first request. The default picks pumped while the
+/// host pumps the queue itself and threaded once it has installed an executor (a UI loop).
 ///
-/// Thread-safe: any thread may send requests at any time.
+/// Reply handlers are called exactly once per request, on the driving thread (only a request made after
+/// shutdown is answered on the calling thread), with the reply body parsed there: an empty (or blank) body
+/// gives no JSON and no error, a body that is not JSON or nested deeper than kVLMSDKMaximumJSONDepth gives a
+/// `VLMErrorCode::InvalidResponse` error, and an HTTP error status is no error of the manager's (the
+/// response validator judges statuses). A response is passed whenever the server sent a status line,
+/// failures after it included. Redirects are not followed. Handlers should return quickly; an exception
+/// thrown by one is caught and dropped.
+///
+/// Thread-safe: any thread may send requests, read statistics or shut down at any time.
 class VLMSDKHTTPRequestManager final : public VLMSDKRequestManager {
 public:
     using Options = VLMSDKHTTPRequestManagerOptions;
@@ -28,7 +35,7 @@ public:
         std::size_t requestsCompleted = 0;  ///< reply handlers called (or requests answered without a handler)
     };
 
-    /// Starts the network thread with the default options.
+    /// A manager with the default options.
     VLMSDKHTTPRequestManager();
     explicit VLMSDKHTTPRequestManager(Options options);
     /// Shuts down (see `shutdown`).
@@ -45,8 +52,9 @@ public:
                                 VLMSDKDataTaskCompletion completion) override;
 
     /// Completes every request still queued or in flight exactly once with a `VLMErrorCode::Cancelled` error
-    /// and joins the network thread: no reply handler runs after it returns. Idempotent.
-    /// Called from a reply handler, it only starts the shutdown, which finishes once the handler returns.
+    /// (on the calling thread, or on the driving thread if it is busy with the manager when called) and
+    /// stops the network thread: no reply handler runs after it returns. Idempotent. Called from a reply
+    /// handler, it only starts the shutdown, which finishes once the handler returns.
     void shutdown();
 
     Statistics statistics() const;

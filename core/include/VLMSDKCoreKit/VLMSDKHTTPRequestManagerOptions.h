@@ -9,6 +9,20 @@
 
 /// Settings of a `VLMSDKHTTPRequestManager`, fixed when the manager is made. Every field has a usable default.
 struct VLMSDKHTTPRequestManagerOptions {
+    /// Which thread drives the transfers and calls the reply handlers.
+    enum class Mode {
+        /// Pumped while the host pumps VLMSDKMainQueue itself (no executor installed), threaded once the host
+        /// has installed an executor; decided for each request as it is handed over, and kept by it.
+        Automatic,
+        /// The main thread drives the transfers while it pumps VLMSDKMainQueue (drain, runUntil, runFor) and
+        /// calls the reply handlers there: no thread of the manager's own and no hand-off between threads.
+        /// Nothing moves while the host does not pump.
+        Pumped,
+        /// A network thread of the manager's own drives the transfers and calls the reply handlers; the
+        /// kit's operations validate and map there and post only the finished outcome to the main queue.
+        Threaded,
+    };
+    Mode mode = Mode::Automatic;
     /// Time allowed to set up a connection (zero: no limit of its own). Default 10 s.
     std::chrono::milliseconds connectTimeout{std::chrono::seconds(10)};
     /// Time allowed for a whole request once it is sent, connecting included (zero: no limit). Time spent

@@ -1,0 +1,455 @@
+#include "VLMSDKHTTPEngine.h"
+
+#include <algorithm>
+#include <climits>
+#include <utility>
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace vlmsdk::detail {
+
+namespace {
+
+// Only a wake-up or libcurl's own timers end the network thread's wait; this bounds it in case both stay silent.
+constexpr int kLongestWaitMilliseconds = 10000;
+
+void initializeLibcurlOnce() {
+    // Process-wide and never undone: cleaning up while another manager (or the host) still uses libcurl
+    // would break it.
+    static std::once_flag once;
+    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+}
+
+VLMErrorPtr engineError(VLMErrorCode code, std::string message, const char* function) {
+    return VLMError::errorWithCode(code, kVLMSDKNetworkErrorDomain, std::move(message), function, __FILE__);
+}
+
+// Builds an error with `make`; should that run out of memory, `fallback`, made in advance, stands in, so that
+// every request is still answered.
+template <typename Make>
+VLMErrorPtr errorOr(const VLMErrorPtr& fallback, Make make) noexcept {
+    try {
+        return make();
+    } catch (...) {
+        return fallback;
+    }
+}
+
+short pollEvents(int what) {
+    short events = 0;
+    if (what == CURL_POLL_IN || what == CURL_POLL_INOUT) events |= POLLIN;
+    if (what == CURL_POLL_OUT || what == CURL_POLL_INOUT) events |= POLLOUT;
+    return events;
+}
+
+int socketActions(short revents) {
+    int actions = 0;
+    if (revents & (POLLIN | POLLHUP)) actions |= CURL_CSELECT_IN;
+    if (revents & POLLOUT) actions |= CURL_CSELECT_OUT;
+    if (revents & (POLLERR | POLLNVAL)) actions |= CURL_CSELECT_ERR;
+    return actions;
+}
+
+}  // namespace
+
+std::shared_ptr<VLMSDKHTTPEngine> VLMSDKHTTPEngine::start(std::shared_ptr<const Options> options, Driver driver,
+                                                          VLMErrorPtr* error) {
+    initializeLibcurlOnce();
+    std::shared_ptr<VLMSDKHTTPEngine> engine(new VLMSDKHTTPEngine(std::move(options), driver));
+    engine->multi_ = curl_multi_init();
+    if (!engine->multi_) {
+        *error = engineError(VLMErrorCode::Transport, "libcurl could not make a multi handle.", __func__);
+        return nullptr;
+    }
+    CURLM* multi = engine->multi_;
+    curl_multi_setopt(multi, CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
+    // libcurl's default cache size follows the number of live transfers and shrinks as they finish,
+    // closing idle keep-alive connections that the next burst would reuse.
+    curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, static_cast<long>(std::min<std::size_t>(engine->liveLimit_, LONG_MAX)));
+    curl_multi_setopt(multi, CURLMOPT_SOCKETFUNCTION, &VLMSDKHTTPEngine::onSocket);
+    curl_multi_setopt(multi, CURLMOPT_SOCKETDATA, static_cast<void*>(engine.get()));
+    curl_multi_setopt(multi, CURLMOPT_TIMERFUNCTION, &VLMSDKHTTPEngine::onTimer);
+    curl_multi_setopt(multi, CURLMOPT_TIMERDATA, static_cast<void*>(engine.get()));
+    engine->accepting_ = true;
+
+    if (driver == Driver::MainQueue) {
+        attachMainQueueSource(engine);
+        return engine;
+    }
+    engine->wakeDescriptor_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (engine->wakeDescriptor_ < 0) {
+        *error = engineError(VLMErrorCode::Transport, "The network thread's wake-up descriptor could not be made.",
+                             __func__);
+        return nullptr;
+    }
+    try {
+        engine->thread_ = std::thread([engine] { engine->runThread(); });
+    } catch (const std::exception& exception) {
+        *error = engineError(VLMErrorCode::Transport,
+                             std::string("The network thread could not start: ") + exception.what(), __func__);
+        return nullptr;
+    }
+    return engine;
+}
+
+VLMSDKHTTPEngine::VLMSDKHTTPEngine(std::shared_ptr<const Options> options, Driver driver)
+    : options_(std::move(options)),
+      driver_(driver),
+      liveLimit_(std::max<std::size_t>(options_->maximumLiveTransfers, 1)),
+      outOfMemory_(engineError(VLMErrorCode::Transport, "Out of memory while handling a request.", __func__)) {}
+
+VLMSDKHTTPEngine::~VLMSDKHTTPEngine() {
+    if (thread_.joinable()) {
+        // The thread may hold the last reference and end here itself.
+        if (thread_.get_id() == std::this_thread::get_id()) {
+            thread_.detach();
+        } else {
+            thread_.join();
+        }
+    }
+    transfers_.clear();
+    if (multi_) curl_multi_cleanup(multi_);
+    if (wakeDescriptor_ >= 0) ::close(wakeDescriptor_);
+}
+
+void VLMSDKHTTPEngine::submit(VLMSDKHTTPPendingRequest&& pending) {
+    bool refused = true;
+    bool outOfMemory = false;
+    bool wake = false;
+    {
+        std::lock_guard lock(mutex_);
+        if (accepting_) {
+            try {
+                // Strong guarantee: on failure `pending` is left as it was.
+                incoming_.push_back(std::move(pending));
+                refused = false;
+                // A busy driver looks at the queue again before it waits; one wake-up covers every request
+                // queued before it looks.
+                wake = driver_ == Driver::MainQueue || std::exchange(driverWaiting_, false);
+            } catch (const std::exception&) {
+                outOfMemory = true;
+            }
+        }
+    }
+    if (wake) wakeDriver();
+    if (!refused) return;
+
+    // Answered at once, on the calling thread, outside the lock.
+    requestsCompleted_.fetch_add(1, std::memory_order_relaxed);
+    if (!pending.completion) return;
+    try {
+        const std::string what = pending.request ? pending.request->method() + " " + pending.request->redactedURL()
+                                                 : std::string("A request");
+        VLMErrorPtr error =
+            outOfMemory ? engineError(VLMErrorCode::Transport, what + " was not sent: out of memory.", __func__)
+                        : engineError(VLMErrorCode::Cancelled,
+                                      what + " was not sent: the request manager has shut down.", __func__);
+        pending.completion(nullptr, nullptr, std::move(error));
+    } catch (...) {
+        // Neither a throwing handler nor a failed allocation escapes into the caller.
+    }
+}
+
+void VLMSDKHTTPEngine::wakeDriver() {
+    if (driver_ == Driver::MainQueue) {
+        wakeMainQueue();
+        return;
+    }
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto written = ::write(wakeDescriptor_, &one, sizeof one);
+}
+
+void VLMSDKHTTPEngine::shutdown() {
+    {
+        std::lock_guard lock(mutex_);
+        accepting_ = false;
+        stopRequested_ = true;
+        driverWaiting_ = false;
+    }
+    // From a reply handler: the driving thread finishes the shutdown once the handler returns.
+    if (isDrivingThread()) return;
+    if (driver_ == Driver::OwnThread) {
+        wakeDriver();
+        std::lock_guard joinLock(joinMutex_);
+        if (thread_.joinable()) thread_.join();
+        return;
+    }
+    // The main thread touches the transfers only under the drive lock, and never while it waits, so the
+    // shutdown can be done here, once a dispatch under way has ended.
+    {
+        std::lock_guard drive(driveMutex_);
+        if (!stopped_) {
+            driving_.store(std::this_thread::get_id(), std::memory_order_release);
+            cancelAll();
+            driving_.store({}, std::memory_order_release);
+        }
+    }
+    detachMainQueueSource(this);
+}
+
+VLMSDKHTTPEngine::Statistics VLMSDKHTTPEngine::statistics() const {
+    Statistics statistics;
+    statistics.connectionsOpened = connectionsOpened_.load(std::memory_order_relaxed);
+    statistics.requestsSent = requestsSent_.load(std::memory_order_relaxed);
+    statistics.requestsCompleted = requestsCompleted_.load(std::memory_order_relaxed);
+    return statistics;
+}
+
+int VLMSDKHTTPEngine::prepareWait(std::vector<pollfd>& descriptors) {
+    // A reply handler pumping the main queue again does not drive the engine it was called from.
+    if (isDrivingThread()) return -1;
+    std::lock_guard drive(driveMutex_);
+    return prepareLocked(descriptors);
+}
+
+void VLMSDKHTTPEngine::dispatch(std::span<const pollfd> descriptors) {
+    if (isDrivingThread()) return;
+    bool stopped = false;
+    {
+        std::lock_guard drive(driveMutex_);
+        if (stopped_) return;
+        driveLocked(descriptors);
+        stopped = stopped_;
+    }
+    if (stopped && driver_ == Driver::MainQueue) detachMainQueueSource(this);
+}
+
+int VLMSDKHTTPEngine::prepareLocked(std::vector<pollfd>& descriptors) {
+    if (stopped_) return -1;
+    {
+        std::lock_guard lock(mutex_);
+        if (!incoming_.empty() || stopRequested_) return 0;
+    }
+    if (!waiting_.empty() && live_ < liveLimit_) return 0;
+    for (const auto& [socket, events] : sockets_) descriptors.push_back({socket, events, 0});
+    if (!timerDeadline_) return -1;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*timerDeadline_ - std::chrono::steady_clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
+}
+
+void VLMSDKHTTPEngine::driveLocked(std::span<const pollfd> descriptors) {
+    driving_.store(std::this_thread::get_id(), std::memory_order_release);
+    std::vector<VLMSDKHTTPPendingRequest> arrived;
+    bool stop = false;
+    {
+        std::lock_guard lock(mutex_);
+        arrived.swap(incoming_);
+        stop = stopRequested_;
+    }
+    admit(arrived);
+    if (!stop) {
+        startWaiting();
+        int running = 0;
+        for (const pollfd& descriptor : descriptors) {
+            if (descriptor.revents == 0) continue;
+            curl_multi_socket_action(multi_, descriptor.fd, socketActions(descriptor.revents), &running);
+        }
+        if (timerDeadline_ && std::chrono::steady_clock::now() >= *timerDeadline_) {
+            timerDeadline_.reset();
+            curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
+        }
+        collectFinished();
+        std::lock_guard lock(mutex_);
+        stop = stopRequested_;
+    }
+    // A handler may have shut the engine down while it ran.
+    if (stop) cancelAll();
+    driving_.store({}, std::memory_order_release);
+}
+
+void VLMSDKHTTPEngine::runThread() {
+    std::vector<pollfd> descriptors;
+    for (;;) {
+        descriptors.assign({{wakeDescriptor_, POLLIN, 0}});
+        int timeout = 0;
+        {
+            std::lock_guard drive(driveMutex_);
+            if (stopped_) break;
+            timeout = prepareLocked(descriptors);
+        }
+        if (timeout != 0) {
+            std::lock_guard lock(mutex_);
+            if (incoming_.empty() && !stopRequested_) {
+                driverWaiting_ = true;
+            } else {
+                timeout = 0;
+            }
+        }
+        ::poll(descriptors.data(), descriptors.size(),
+               timeout < 0 ? kLongestWaitMilliseconds : std::min(timeout, kLongestWaitMilliseconds));
+        {
+            std::lock_guard lock(mutex_);
+            driverWaiting_ = false;
+        }
+        if (descriptors[0].revents & POLLIN) {
+            std::uint64_t count = 0;
+            [[maybe_unused]] const auto read = ::read(wakeDescriptor_, &count, sizeof count);
+        }
+        std::lock_guard drive(driveMutex_);
+        driveLocked(std::span<const pollfd>(descriptors).subspan(1));
+    }
+}
+
+int VLMSDKHTTPEngine::onSocket(CURL*, curl_socket_t socket, int what, void* engine, void*) {
+    auto& self = *static_cast<VLMSDKHTTPEngine*>(engine);
+    try {
+        if (what == CURL_POLL_REMOVE) {
+            self.sockets_.erase(socket);
+        } else {
+            self.sockets_[socket] = pollEvents(what);
+        }
+    } catch (...) {
+        return -1;  // libcurl fails the transfers on this socket
+    }
+    return 0;
+}
+
+int VLMSDKHTTPEngine::onTimer(CURLM*, long milliseconds, void* engine) {
+    auto& self = *static_cast<VLMSDKHTTPEngine*>(engine);
+    if (milliseconds < 0) {
+        self.timerDeadline_.reset();
+    } else {
+        self.timerDeadline_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    }
+    return 0;
+}
+
+void VLMSDKHTTPEngine::admit(std::vector<VLMSDKHTTPPendingRequest>& arrived) {
+    for (auto& pending : arrived) {
+        if (auto rejection =
+                errorOr(outOfMemory_, [&] { return VLMSDKHTTPTransfer::rejectionOf(pending.request.get()); })) {
+            complete(pending.completion, {nullptr, nullptr, std::move(rejection)});
+            continue;
+        }
+        try {
+            waiting_.push_back(std::move(pending));
+        } catch (const std::exception&) {
+            complete(pending.completion, {nullptr, nullptr, outOfMemory_});
+        }
+    }
+    arrived.clear();
+}
+
+void VLMSDKHTTPEngine::startWaiting() {
+    while (live_ < liveLimit_ && !waiting_.empty()) {
+        VLMSDKHTTPPendingRequest pending = std::move(waiting_.front());
+        waiting_.pop_front();
+
+        VLMErrorPtr error;
+        VLMSDKHTTPTransfer* transfer = idleTransfer(&error);
+        if (!transfer) {
+            complete(pending.completion, {nullptr, nullptr, std::move(error)});
+            continue;
+        }
+        error = errorOr(outOfMemory_, [&] { return transfer->load(std::move(pending)); });
+        if (!error && curl_multi_add_handle(multi_, transfer->handle()) != CURLM_OK) {
+            error = errorOr(outOfMemory_, [function = __func__] {
+                return engineError(VLMErrorCode::Transport, "libcurl could not start a transfer.", function);
+            });
+        }
+        if (error) {
+            auto completion = transfer->release();
+            idle_.push_back(transfer);
+            complete(completion, {nullptr, nullptr, std::move(error)});
+            continue;
+        }
+        transfer->setLive(true);
+        ++live_;
+        requestsSent_.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+void VLMSDKHTTPEngine::collectFinished() {
+    int left = 0;
+    for (;;) {
+        {
+            std::lock_guard lock(mutex_);
+            if (stopRequested_) return;
+        }
+        CURLMsg* message = curl_multi_info_read(multi_, &left);
+        if (!message) return;
+        if (message->msg != CURLMSG_DONE) continue;
+        CURL* handle = message->easy_handle;
+        const CURLcode result = message->data.result;
+        VLMSDKHTTPTransfer* transfer = VLMSDKHTTPTransfer::from(handle);
+
+        connectionsOpened_.fetch_add(transfer->connectionsOpened(), std::memory_order_relaxed);
+        curl_multi_remove_handle(multi_, handle);
+        transfer->setLive(false);
+        --live_;
+        VLMSDKHTTPReply reply = transfer->finish(result, reader_);
+        if (options_->exchangeObserver) {
+            try {
+                options_->exchangeObserver(transfer->exchange(reply));
+            } catch (...) {
+                // An observer's failure must not cost the request its reply.
+            }
+        }
+        auto completion = transfer->release();
+        idle_.push_back(transfer);
+        complete(completion, std::move(reply));
+    }
+}
+
+void VLMSDKHTTPEngine::cancelAll() {
+    stopped_ = true;
+    std::vector<VLMSDKHTTPPendingRequest> arrived;
+    {
+        std::lock_guard lock(mutex_);
+        arrived.swap(incoming_);
+    }
+    for (auto& pending : arrived) waiting_.push_back(std::move(pending));
+    for (const auto& transfer : transfers_) {
+        if (!transfer->isLive()) continue;
+        curl_multi_remove_handle(multi_, transfer->handle());
+        transfer->setLive(false);
+        --live_;
+        VLMErrorPtr error = errorOr(outOfMemory_, [&] { return transfer->cancellationError(); });
+        auto completion = transfer->release();
+        complete(completion, {nullptr, nullptr, std::move(error)});
+    }
+    while (!waiting_.empty()) {
+        VLMSDKHTTPPendingRequest pending = std::move(waiting_.front());
+        waiting_.pop_front();
+        VLMErrorPtr error = errorOr(outOfMemory_, [&, function = __func__] {
+            const std::string what =
+                pending.request ? pending.request->method() + " " + pending.request->redactedURL() : "A request";
+            return engineError(VLMErrorCode::Cancelled,
+                               what + " was cancelled before it was sent: the request manager shut down.", function);
+        });
+        complete(pending.completion, {nullptr, nullptr, std::move(error)});
+    }
+}
+
+VLMSDKHTTPTransfer* VLMSDKHTTPEngine::idleTransfer(VLMErrorPtr* error) {
+    if (!idle_.empty()) {
+        VLMSDKHTTPTransfer* transfer = idle_.back();
+        idle_.pop_back();
+        return transfer;
+    }
+    try {
+        auto transfer = VLMSDKHTTPTransfer::make(*options_, error);
+        if (!transfer) return nullptr;
+        // Room for the transfer's return to the idle list is made now, so that its return cannot fail.
+        idle_.reserve(transfers_.size() + 1);
+        transfers_.push_back(std::move(transfer));
+        return transfers_.back().get();
+    } catch (const std::exception&) {
+        *error = outOfMemory_;
+        return nullptr;
+    }
+}
+
+void VLMSDKHTTPEngine::complete(VLMSDKDataTaskCompletion& completion, VLMSDKHTTPReply reply) {
+    requestsCompleted_.fetch_add(1, std::memory_order_relaxed);
+    if (!completion) return;
+    try {
+        completion(std::move(reply.responseJSON), std::move(reply.response), std::move(reply.error));
+    } catch (...) {
+        // A handler's exception must not end the driving thread, and has no one else to go to.
+    }
+}
+
+}  // namespace vlmsdk::detail

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "../JSON/VLMSDKJSONReader.h"
+#include "../VLMSDKMainQueueSource.h"
+#include "VLMSDKHTTPTransfer.h"
+
+#include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+namespace vlmsdk::detail {
+
+/// The transfers of one request manager in one mode: a libcurl multi handle, its easy handles and the
+/// requests waiting for one, driven by one thread at a time through libcurl's socket interface. The driver
+/// is either the main thread as it pumps VLMSDKMainQueue (the engine is one of the queue's sources), or a
+/// network thread of the engine's own. Either way the reply handlers run on the driving thread.
+///
+/// `submit`, `shutdown` and `statistics` may be called from any thread.
+class VLMSDKHTTPEngine final : public VLMSDKMainQueueSource, public std::enable_shared_from_this<VLMSDKHTTPEngine> {
+public:
+    enum class Driver { MainQueue, OwnThread };
+    using Options = VLMSDKHTTPRequestManagerOptions;
+    using Statistics = VLMSDKHTTPRequestManager::Statistics;
+
+    /// An engine ready for requests, or nullptr with `error` set.
+    static std::shared_ptr<VLMSDKHTTPEngine> start(std::shared_ptr<const Options> options, Driver driver,
+                                                   VLMErrorPtr* error);
+    ~VLMSDKHTTPEngine() override;
+
+    VLMSDKHTTPEngine(const VLMSDKHTTPEngine&) = delete;
+    VLMSDKHTTPEngine& operator=(const VLMSDKHTTPEngine&) = delete;
+
+    /// Queues the request; answers it at once, on the calling thread, when the engine has shut down.
+    void submit(VLMSDKHTTPPendingRequest&& pending);
+
+    /// Completes every request exactly once with a `Cancelled` error; no reply handler of the engine runs
+    /// once it returns. From one of the engine's own reply handlers it only starts the shutdown, which
+    /// finishes when the handler returns. Idempotent.
+    void shutdown();
+
+    Statistics statistics() const;
+
+    int prepareWait(std::vector<pollfd>& descriptors) override;
+    void dispatch(std::span<const pollfd> descriptors) override;
+
+private:
+    VLMSDKHTTPEngine(std::shared_ptr<const Options> options, Driver driver);
+
+    static int onSocket(CURL* handle, curl_socket_t socket, int what, void* engine, void* socketData);
+    static int onTimer(CURLM* multi, long milliseconds, void* engine);
+
+    void runThread();
+    void wakeDriver();
+    bool isDrivingThread() const { return driving_.load(std::memory_order_acquire) == std::this_thread::get_id(); }
+    int prepareLocked(std::vector<pollfd>& descriptors);
+    void driveLocked(std::span<const pollfd> descriptors);
+    void admit(std::vector<VLMSDKHTTPPendingRequest>& arrived);
+    void startWaiting();
+    void collectFinished();
+    void cancelAll();
+    VLMSDKHTTPTransfer* idleTransfer(VLMErrorPtr* error);
+    void complete(VLMSDKDataTaskCompletion& completion, VLMSDKHTTPReply reply);
+
+    const std::shared_ptr<const Options> options_;
+    const Driver driver_;
+    const std::size_t liveLimit_;
+    const VLMErrorPtr outOfMemory_;
+    CURLM* multi_ = nullptr;
+    int wakeDescriptor_ = -1;  // the network thread's, ending its wait
+
+    // Shared with the calling threads.
+    mutable std::mutex mutex_;
+    std::vector<VLMSDKHTTPPendingRequest> incoming_;
+    bool accepting_ = false;
+    bool stopRequested_ = false;
+    bool driverWaiting_ = false;  // the network thread waits, or is about to: only then is a wake-up needed
+
+    // Held while the multi handle, the transfers and the queue of waiting requests are used.
+    std::mutex driveMutex_;
+    std::atomic<std::thread::id> driving_{};  // the thread inside driveLocked or cancelAll
+    bool stopped_ = false;
+    std::deque<VLMSDKHTTPPendingRequest> waiting_;
+    std::vector<std::unique_ptr<VLMSDKHTTPTransfer>> transfers_;
+    std::vector<VLMSDKHTTPTransfer*> idle_;
+    std::size_t live_ = 0;
+    std::unordered_map<curl_socket_t, short> sockets_;  // what libcurl asked to wait for, per socket
+    std::optional<std::chrono::steady_clock::time_point> timerDeadline_;
+    VLMSDKJSONReader reader_;
+
+    std::mutex joinMutex_;
+    std::thread thread_;
+
+    std::atomic<std::size_t> connectionsOpened_{0};
+    std::atomic<std::size_t> requestsSent_{0};
+    std::atomic<std::size_t> requestsCompleted_{0};
+};
+
+}  // namespace vlmsdk::detail
