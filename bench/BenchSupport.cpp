@@ -100,6 +100,26 @@ void printMachine(const char* program) {
                 info.loadAverage.c_str(), info.date.c_str());
 }
 
+nlohmann::json reportHeader(const char* program, const char* buildType) {
+    const MachineInfo info = machineInfo();
+    return {{"program", program},
+            {"build_type", buildType},
+            {"machine", {{"cores", info.cores}, {"cpu", info.cpuModel}, {"load_average", info.loadAverage},
+                         {"date_utc", info.date}}}};
+}
+
+bool writeReport(const std::string& path, const nlohmann::json& report) {
+    if (path.empty()) return true;
+    std::ofstream out(path, std::ios::trunc);
+    out << report.dump(2) << '\n';
+    out.close();
+    if (!out) {
+        std::fprintf(stderr, "cannot write %s\n", path.c_str());
+        return false;
+    }
+    return true;
+}
+
 CommandLine::CommandLine(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         std::string argument = argv[i];

@@ -3,6 +3,8 @@
 // Small helpers the benchmark programs share: clocks, CPU time, percentiles, /proc readings and a
 // command line of "--name value" options.
 
+#include <nlohmann/json.hpp>
+
 #include <chrono>
 #include <cstddef>
 #include <map>
@@ -60,6 +62,12 @@ std::string loadAverage();
 
 /// Prints the machine line every program starts with.
 void printMachine(const char* program);
+
+/// The start of every program's --json document: its name, the build type and the machine.
+nlohmann::json reportHeader(const char* program, const char* buildType);
+
+/// Writes `report` to `path` (when not empty); false, with a line on standard error, when it cannot.
+bool writeReport(const std::string& path, const nlohmann::json& report);
 
 /// Keeps the compiler from dropping a computation whose result is otherwise unused.
 template <class T>

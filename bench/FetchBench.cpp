@@ -1,11 +1,16 @@
-// vlmsdk-bench-fetch: the kit's fetchReservationWithID end to end against raw libcurl and against
-// hand-written libcurl + JSON parse + mapping, at the same concurrency, on a loopback server; and, to show
-// where the difference goes, the HTTP request manager without the kit's frame and the two thread
+// vlmsdk-bench-fetch: the kit's fetchReservationWithID end to end against raw libcurl, hand-written libcurl +
+// JSON parse + mapping and a generated-style cpprestsdk client, at the same concurrency, on a loopback server;
+// and, to show where the difference goes, the HTTP request manager without the kit's frame and two thread
 // hand-offs without HTTP.
 
 #include "BenchReplies.h"
+#include "AllocationCounter.h"
 #include "BenchSupport.h"
+#include "FetchDriver.h"
 #include "LoopbackServer.h"
+#if VLMSDK_BENCH_HAVE_CPPREST
+#include "GeneratedStyleClient.h"
+#endif
 
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 #include <VLMSDKPMSKit/VLMSDKPMSKit.h>
@@ -19,13 +24,18 @@
 #include <cinttypes>
 #include <cstdio>
 #include <limits>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 #ifndef VLMSDK_BENCH_BUILD_TYPE
 #define VLMSDK_BENCH_BUILD_TYPE "unknown"
@@ -35,56 +45,6 @@ namespace {
 
 using namespace vlmsdk::bench;
 using Json = nlohmann::json;
-
-// ---------------------------------------------------------------------------------------------------------
-// What one measured stretch produced.
-
-struct Measurement {
-    std::size_t requests = 0;
-    std::size_t failures = 0;
-    double seconds = 0;
-    ProcessUsage client;
-    ThreadSplit threads;   // microseconds, main thread and the others
-    double serverCPU = 0;  // microseconds
-    std::uint64_t connections = 0;
-    std::vector<double> latencies;  // microseconds
-
-    void record(Clock::time_point started, bool ok) {
-        latencies.push_back(std::chrono::duration<double, std::micro>(Clock::now() - started).count());
-        ++requests;
-        if (!ok) ++failures;
-    }
-    double perSecond() const { return seconds > 0 ? static_cast<double>(requests) / seconds : 0; }
-    double perRequest(double total) const { return requests ? total / static_cast<double>(requests) : 0; }
-    double serverBusy() const { return seconds > 0 ? serverCPU / (seconds * 1e6) : 0; }
-};
-
-// How many more requests a stretch may start: until a deadline or a count, whichever comes first.
-class Budget {
-public:
-    Budget(double seconds, std::size_t maximum)
-        : deadline_(Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds))),
-          maximum_(maximum) {}
-
-    bool another() {
-        if (issued_ >= maximum_ || Clock::now() >= deadline_) return false;
-        ++issued_;
-        return true;
-    }
-
-private:
-    Clock::time_point deadline_;
-    std::size_t maximum_;
-    std::size_t issued_ = 0;
-};
-
-class Driver {
-public:
-    virtual ~Driver() = default;
-    virtual const char* name() const = 0;
-    /// Keeps `inFlight` requests outstanding while `budget` allows, then waits for the last answer.
-    virtual void run(std::size_t inFlight, Budget& budget, Measurement& measurement) = 0;
-};
 
 // ---------------------------------------------------------------------------------------------------------
 // (b)'s hand-written mapping: what a careful programmer writes without the kit.
@@ -305,15 +265,18 @@ private:
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// (c): the kit's operation with the HTTP request manager; completions run on the pumped main queue.
+// (c) and (t): the kit's operation with the HTTP request manager; completions run on the pumped main queue.
+// (c) keeps the default mode, which drives the transfers where the main queue is pumped; (t) forces the
+// network thread a host with its own executor gets.
 
 class KitDriver final : public Driver {
 public:
-    explicit KitDriver(const std::string& baseURL)
-        : manager_(std::make_shared<VLMSDKHTTPRequestManager>()),
-          api_(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager_) {}
+    KitDriver(const std::string& baseURL, VLMSDKHTTPRequestManagerOptions::Mode mode, const char* label)
+        : manager_(std::make_shared<VLMSDKHTTPRequestManager>(optionsWith(mode))),
+          api_(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager_),
+          label_(label) {}
 
-    const char* name() const override { return "(c) kit fetchReservationWithID"; }
+    const char* name() const override { return label_; }
 
     void run(std::size_t inFlight, Budget& budget, Measurement& measurement) override {
         budget_ = &budget;
@@ -337,8 +300,15 @@ private:
         });
     }
 
+    static VLMSDKHTTPRequestManagerOptions optionsWith(VLMSDKHTTPRequestManagerOptions::Mode mode) {
+        VLMSDKHTTPRequestManagerOptions options;
+        options.mode = mode;
+        return options;
+    }
+
     std::shared_ptr<VLMSDKHTTPRequestManager> manager_;
     VLMSDKAPIManager api_;
+    const char* label_;
     const std::optional<std::string> id_ = std::string(kReservationID);
     Budget* budget_ = nullptr;
     Measurement* measurement_ = nullptr;
@@ -346,9 +316,9 @@ private:
 };
 
 // ---------------------------------------------------------------------------------------------------------
-// (m): the request builder and the HTTP request manager without the kit's frame: the reply is parsed on the
-// network thread as for (c), then handed to the main queue unmapped. (c) minus (m) is the kit's own share:
-// validation, mapping and record delivery.
+// (m): the request builder and the HTTP request manager without the kit's frame: the reply is parsed as for
+// (c), then the completion runs unmapped, on the main thread (at once when the reply was handled there, as
+// the kit's frame does). (c) minus (m) is the kit's own share: validation, mapping and record delivery.
 
 class ManagerDriver final : public Driver {
 public:
@@ -377,13 +347,18 @@ private:
                             VLMErrorPtr error) {
                 const bool ok = json && json->contains("reservation") && response && response->statusCode() == 200 &&
                                 !error;
-                // The reply is released here, on the network thread that made it, as the kit's frame does.
+                // The reply is released where it was made, as the kit's frame does.
                 json.reset();
-                VLMSDKMainQueue::async([this, started, ok] {
+                auto complete = [this, started, ok] {
                     --active_;
                     measurement_->record(started, ok);
                     if (budget_->another()) issue();
-                });
+                };
+                if (VLMSDKMainQueue::isMainThread()) {
+                    complete();
+                } else {
+                    VLMSDKMainQueue::async(std::move(complete));
+                }
             });
     }
 
@@ -470,13 +445,23 @@ private:
 // ---------------------------------------------------------------------------------------------------------
 
 struct Settings {
-    std::size_t runs = 3;
-    double duration = 3;
+    std::size_t runs = 5;
+    double duration = 2;
     std::size_t requests = 0;  // 0: run for `duration`
-    double warmup = 0.5;
+    double warmup = 0.3;
     std::vector<std::size_t> inFlight{1, 8};
-    std::string clients = "abcmh";
+    std::string clients;
+    std::string json;
 };
+
+// Every client, in the order a run takes them. (q) runs in a process of its own: cpprestsdk's pool is
+// sized once per process, and (p) sets it to two threads.
+constexpr std::string_view kLetters = "abctmhpq";
+#if VLMSDK_BENCH_HAVE_CPPREST
+constexpr const char* kDefaultClients = "abctmhpq";
+#else
+constexpr const char* kDefaultClients = "abctmh";
+#endif
 
 Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settings, const LoopbackServer& server) {
     const auto unlimited = std::numeric_limits<std::size_t>::max();
@@ -486,15 +471,17 @@ Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settin
         driver.run(inFlight, warmup, discarded);
     }
     Measurement m;
-    m.latencies.reserve(settings.requests ? settings.requests : 200000);
+    m.latencies.reserve(settings.requests ? settings.requests : 400000);
     Budget budget(settings.requests ? 1e9 : settings.duration, settings.requests ? settings.requests : unlimited);
     const ProcessUsage client0 = processUsage();
     const ThreadSplit threads0 = threadSplit();
     const double server0 = server.cpuMicroseconds();
     const auto connections0 = server.connectionsAccepted();
+    const auto allocations0 = allocationsSoFar();
     const auto t0 = Clock::now();
     driver.run(inFlight, budget, m);
     const auto t1 = Clock::now();
+    m.allocations = allocationsSoFar() - allocations0;
     m.client = processUsage() - client0;
     const ThreadSplit threads1 = threadSplit();
     m.threads = {threads1.mainMicroseconds - threads0.mainMicroseconds,
@@ -505,8 +492,10 @@ Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settin
     return m;
 }
 
+// Plain doubles only: (q)'s figures cross a pipe from its process.
 struct Figures {
-    double perSecond, p50, p99, cpu, user, system, switches, mainThread, otherThreads, serverCPU, serverBusy;
+    double perSecond, p50, p99, cpu, user, system, switches, mainThread, otherThreads, serverCPU, serverBusy,
+        allocations, failures;
 };
 
 Figures figuresOf(Measurement& m) {
@@ -520,14 +509,16 @@ Figures figuresOf(Measurement& m) {
             m.perRequest(m.threads.mainMicroseconds),
             m.perRequest(m.threads.otherMicroseconds),
             m.perRequest(m.serverCPU),
-            m.serverBusy()};
+            m.serverBusy(),
+            m.perRequest(static_cast<double>(m.allocations)),
+            static_cast<double>(m.failures)};
 }
 
 void printFigures(const char* label, const Figures& f) {
-    std::printf("  %-36s %6.0f req/s  p50 %6.1f us  p99 %7.1f us  client CPU %5.1f us/op (user %4.1f, sys %4.1f; "
-                "main thread %4.1f, others %4.1f; %4.2f context switches)  server %4.1f us/req, %3.0f%% of a core\n",
-                label, f.perSecond, f.p50, f.p99, f.cpu, f.user, f.system, f.mainThread, f.otherThreads, f.switches,
-                f.serverCPU, 100 * f.serverBusy);
+    std::printf("  %-38s %6.0f req/s  p50 %6.1f us  p99 %7.1f us  CPU %5.1f us/op (user %4.1f, sys %4.1f; main %4.1f, "
+                "others %4.1f)  %5.1f allocs/op  %4.2f ctx sw/op  server %4.1f us/req, %3.0f%%\n",
+                label, f.perSecond, f.p50, f.p99, f.cpu, f.user, f.system, f.mainThread, f.otherThreads, f.allocations,
+                f.switches, f.serverCPU, 100 * f.serverBusy);
 }
 
 std::vector<std::size_t> parseList(const std::string& text, bool* ok) {
@@ -545,32 +536,104 @@ std::vector<std::size_t> parseList(const std::string& text, bool* ok) {
     return values;
 }
 
+// figures[in-flight index][client letter][run]
+using FigureTable = std::vector<std::map<char, std::vector<Figures>>>;
+
+#if VLMSDK_BENCH_HAVE_CPPREST
+// Runs (q), cpprestsdk with its default pool, in a child process forked while this one has no thread yet, and
+// adds its figures to `table`. False when the child cannot run or dies.
+bool measureDefaultPool(const Settings& settings, const LoopbackServer& server, FigureTable& table) {
+    int channel[2];
+    if (pipe(channel) != 0) return false;
+    const pid_t child = fork();
+    if (child < 0) return false;
+    if (child == 0) {
+        close(channel[0]);
+        const auto driver = makeGeneratedStyleDriver(server.baseURL(), "(q) cpprestsdk, default pool");
+        for (std::size_t run = 0; run < settings.runs; ++run) {
+            for (std::size_t f = 0; f < settings.inFlight.size(); ++f) {
+                Measurement m = measure(*driver, settings.inFlight[f], settings, server);
+                const Figures fig = figuresOf(m);
+                if (write(channel[1], &fig, sizeof fig) != static_cast<ssize_t>(sizeof fig)) _exit(1);
+            }
+        }
+        _exit(0);  // no destructor: the server belongs to the parent
+    }
+    close(channel[1]);
+    bool complete = true;
+    for (std::size_t run = 0; run < settings.runs && complete; ++run) {
+        for (std::size_t f = 0; f < settings.inFlight.size() && complete; ++f) {
+            Figures fig{};
+            complete = read(channel[0], &fig, sizeof fig) == static_cast<ssize_t>(sizeof fig);
+            if (complete) table[f]['q'].push_back(fig);
+        }
+    }
+    close(channel[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return complete && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+#endif
+
+double medianOf(const std::vector<Figures>& runs, double Figures::*field) {
+    std::vector<double> values;
+    for (const auto& fig : runs) values.push_back(fig.*field);
+    return median(values);
+}
+
+Figures mediansOf(const std::vector<Figures>& runs) {
+    Figures f{};
+    for (double Figures::*field : {&Figures::perSecond, &Figures::p50, &Figures::p99, &Figures::cpu, &Figures::user,
+                                   &Figures::system, &Figures::switches, &Figures::mainThread, &Figures::otherThreads,
+                                   &Figures::serverCPU, &Figures::serverBusy, &Figures::allocations,
+                                   &Figures::failures}) {
+        f.*field = medianOf(runs, field);
+    }
+    return f;
+}
+
+// Ratios are taken within each run, where the clients ran side by side, then their median.
+double ratioOf(const std::vector<Figures>& top, const std::vector<Figures>& bottom, double Figures::*field) {
+    std::vector<double> values;
+    for (std::size_t r = 0; r < top.size() && r < bottom.size(); ++r) values.push_back(top[r].*field / bottom[r].*field);
+    return median(values);
+}
+
+nlohmann::json figuresJSON(const Figures& f) {
+    return {{"req_per_s", f.perSecond}, {"p50_us", f.p50},          {"p99_us", f.p99},
+            {"cpu_us_per_op", f.cpu},   {"allocations_per_op", f.allocations}, {"context_switches_per_op", f.switches},
+            {"server_us_per_req", f.serverCPU}};
+}
+
 constexpr const char* kUsage =
     "usage: vlmsdk-bench-fetch [--runs N] [--duration SECONDS | --requests N] [--warmup SECONDS]\n"
-    "                          [--in-flight 1,8] [--clients abcmh]\n"
-    "  Measures (a) raw libcurl multi, (b) libcurl + nlohmann::json + a hand-written mapping and (c) the kit's\n"
-    "  fetchReservationWithID against a loopback server at each in-flight count; for the breakdown also\n"
-    "  (m) the HTTP request manager without the kit's frame and (h) the kit's two thread hand-offs without\n"
-    "  HTTP. Prints medians over the runs and the ratios c/a and c/b. --clients picks some of a, b, c, m\n"
-    "  and h (to profile one, say).\n"
-    "  Defaults: --runs 3 --duration 3 --warmup 0.5 --in-flight 1,8 --clients abcmh.\n";
+    "                          [--in-flight 1,8] [--clients abctmhpq] [--json FILE]\n"
+    "  Fetches one reservation from a loopback server with: (a) raw libcurl multi, (b) libcurl + nlohmann::json\n"
+    "  + a hand-written mapping, (c) the kit's fetchReservationWithID in its default mode (transfers driven\n"
+    "  where the main queue is pumped), (t) the same with the request manager's network thread, (m) the\n"
+    "  request manager without the kit's frame, (h) two thread hand-offs without HTTP, (p) a generated-style\n"
+    "  cpprestsdk client with a 2-thread pool and (q) the same with cpprestsdk's default pool (in a process of\n"
+    "  its own; p and q only when built with cpprestsdk). Prints medians over the runs and the ratios c/a, c/b,\n"
+    "  c/p; --json writes them. Defaults: --runs 5 --duration 2 --warmup 0.3 --in-flight 1,8, every client.\n";
 
 }  // namespace
 
 int main(int argc, char** argv) {
     CommandLine commandLine(argc, argv);
     Settings settings;
-    settings.runs = static_cast<std::size_t>(commandLine.number("runs", 3));
-    settings.duration = commandLine.number("duration", 3);
+    settings.runs = static_cast<std::size_t>(commandLine.number("runs", 5));
+    settings.duration = commandLine.number("duration", 2);
     settings.requests = static_cast<std::size_t>(commandLine.number("requests", 0));
-    settings.warmup = commandLine.number("warmup", 0.5);
+    settings.warmup = commandLine.number("warmup", 0.3);
     bool listOK = true;
     settings.inFlight = parseList(commandLine.text("in-flight", "1,8"), &listOK);
-    settings.clients = commandLine.text("clients", "abcmh");
+    settings.clients = commandLine.text("clients", kDefaultClients);
+    settings.json = commandLine.text("json", "");
     auto problems = commandLine.problems();
     if (!listOK) problems.push_back("--in-flight wants a comma-separated list of counts of at least 1");
-    if (settings.clients.empty() || settings.clients.find_first_not_of("abcmh") != std::string::npos) {
-        problems.push_back("--clients wants letters among a, b, c, m and h");
+    if (settings.clients.empty() ||
+        settings.clients.find_first_not_of(std::string_view(kDefaultClients)) != std::string::npos) {
+        problems.push_back(std::string("--clients wants letters among ") + kDefaultClients);
     }
     if (settings.runs == 0) problems.push_back("--runs wants at least 1");
     if (commandLine.wantsHelp() || !problems.empty()) {
@@ -578,16 +641,15 @@ int main(int argc, char** argv) {
         std::fputs(kUsage, problems.empty() ? stdout : stderr);
         return problems.empty() ? 0 : 2;
     }
+    const auto wants = [&](char letter) { return settings.clients.find(letter) != std::string::npos; };
 
-    // The server process is forked before anything here starts a thread.
+    // The server process, and (q)'s, are forked before anything here starts a thread.
     std::string error;
     const auto server = LoopbackServer::start(reservationReply(), &error);
     if (!server) {
         std::fprintf(stderr, "vlmsdk-bench-fetch: cannot start the loopback server: %s\n", error.c_str());
         return 1;
     }
-    curl_global_init(CURL_GLOBAL_DEFAULT);
-
     printMachine("vlmsdk-bench-fetch");
     std::printf("build type %s; reply %zu bytes from %s; %zu run(s) of ", VLMSDK_BENCH_BUILD_TYPE,
                 reservationReply().size(), server->baseURL().c_str(), settings.runs);
@@ -596,88 +658,112 @@ int main(int argc, char** argv) {
     } else {
         std::printf("%.1f s", settings.duration);
     }
-    std::printf(" per client and in-flight count, each after %.1f s of warm-up\n", settings.warmup);
+    std::printf(" per client and in-flight count, each after %.1f s of warm-up; allocations %s\n", settings.warmup,
+                allocationCountingWorks() ? "counted" : "not counted in this build");
+    std::fflush(stdout);
+
+    FigureTable table(settings.inFlight.size());
+    bool childFailed = false;
+#if VLMSDK_BENCH_HAVE_CPPREST
+    if (wants('q')) {
+        std::printf("(q) cpprestsdk with its default pool, in a process of its own, first\n");
+        std::fflush(stdout);
+        childFailed = !measureDefaultPool(settings, *server, table);
+        if (childFailed) std::printf("WARNING: (q)'s process failed\n");
+    }
+#endif
+    curl_global_init(CURL_GLOBAL_DEFAULT);
 
     const std::string url = server->baseURL() + "guest/reservations/" + kReservationID;
-    CurlDriver raw(url, false);
-    CurlDriver hand(url, true);
-    KitDriver kit(server->baseURL());
-    ManagerDriver managerOnly(server->baseURL());
-    HandOffDriver handOff;
-    Driver* const drivers[] = {&raw, &hand, &kit, &managerOnly, &handOff};
-    constexpr std::size_t kDrivers = 5;
-    constexpr const char kLetters[kDrivers + 1] = "abcmh";
+    std::map<char, std::unique_ptr<Driver>> drivers;
+    if (wants('a')) drivers['a'] = std::make_unique<CurlDriver>(url, false);
+    if (wants('b')) drivers['b'] = std::make_unique<CurlDriver>(url, true);
+    if (wants('c')) {
+        drivers['c'] = std::make_unique<KitDriver>(server->baseURL(), VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
+                                                   "(c) kit, default mode");
+    }
+    if (wants('t')) {
+        drivers['t'] = std::make_unique<KitDriver>(server->baseURL(), VLMSDKHTTPRequestManagerOptions::Mode::Threaded,
+                                                   "(t) kit, network thread");
+    }
+    if (wants('m')) drivers['m'] = std::make_unique<ManagerDriver>(server->baseURL());
+    if (wants('h')) drivers['h'] = std::make_unique<HandOffDriver>();
+#if VLMSDK_BENCH_HAVE_CPPREST
+    if (wants('p')) {
+        sizeGeneratedStylePool(2);
+        drivers['p'] = makeGeneratedStyleDriver(server->baseURL(), "(p) cpprestsdk, 2-thread pool");
+    }
+#endif
 
-    // figures[inFlight index][driver][run]
-    std::vector<std::vector<std::vector<Figures>>> figures(
-        settings.inFlight.size(), std::vector<std::vector<Figures>>(kDrivers));
-    std::size_t failures = 0;
+    double failures = 0;
     for (std::size_t run = 0; run < settings.runs; ++run) {
         std::printf("run %zu (load average %s)\n", run + 1, loadAverage().c_str());
         for (std::size_t f = 0; f < settings.inFlight.size(); ++f) {
-            for (std::size_t d = 0; d < kDrivers; ++d) {
-                if (settings.clients.find(kLetters[d]) == std::string::npos) continue;
-                Measurement m = measure(*drivers[d], settings.inFlight[f], settings, *server);
-                failures += m.failures;
+            for (const char letter : kLetters) {
+                if (!drivers.count(letter)) continue;
+                Driver& driver = *drivers[letter];
+                Measurement m = measure(driver, settings.inFlight[f], settings, *server);
                 const Figures fig = figuresOf(m);
-                figures[f][d].push_back(fig);
+                table[f][letter].push_back(fig);
                 char label[64];
-                std::snprintf(label, sizeof label, "%zu in flight %s", settings.inFlight[f], drivers[d]->name());
+                std::snprintf(label, sizeof label, "%zu in flight %s", settings.inFlight[f], driver.name());
                 printFigures(label, fig);
                 if (m.connections) std::printf("    (%" PRIu64 " new connection(s) during the run)\n", m.connections);
+                std::fflush(stdout);
             }
         }
     }
 
+    nlohmann::json report = reportHeader("vlmsdk-bench-fetch", VLMSDK_BENCH_BUILD_TYPE);
+    report["settings"] = {{"runs", settings.runs}, {"duration_s", settings.duration}, {"requests", settings.requests},
+                          {"warmup_s", settings.warmup}, {"reply_bytes", reservationReply().size()},
+                          {"allocations_counted", allocationCountingWorks()}};
+    report["results"] = nlohmann::json::array();
     std::printf("\nmedians over %zu run(s) (load average now %s)\n", settings.runs, loadAverage().c_str());
     for (std::size_t f = 0; f < settings.inFlight.size(); ++f) {
         std::printf("%zu in flight\n", settings.inFlight[f]);
-        auto medianOf = [&](std::size_t d, double Figures::*field) {
-            std::vector<double> values;
-            for (const auto& fig : figures[f][d]) values.push_back(fig.*field);
-            return median(values);
-        };
-        // Ratios are taken within each run, where the clients ran side by side, then their median.
-        auto ratioOf = [&](std::size_t top, std::size_t bottom, double Figures::*field) {
-            std::vector<double> values;
-            for (std::size_t r = 0; r < figures[f][top].size(); ++r) {
-                values.push_back(figures[f][top][r].*field / figures[f][bottom][r].*field);
+        nlohmann::json entry = {{"in_flight", settings.inFlight[f]}};
+        for (const char letter : kLetters) {
+            const auto found = table[f].find(letter);
+            if (found == table[f].end() || found->second.empty()) continue;
+            const Figures medians = mediansOf(found->second);
+            failures += medianOf(found->second, &Figures::failures) * static_cast<double>(found->second.size());
+            const char* label = letter == 'q' ? "(q) cpprestsdk, default pool" : drivers[letter]->name();
+            printFigures(label, medians);
+            entry["clients"][std::string(1, letter)] = figuresJSON(medians);
+            entry["clients"][std::string(1, letter)]["name"] = label;
+        }
+        const auto has = [&](char letter) { return table[f].count(letter) && !table[f][letter].empty(); };
+        if (has('b') && has('c') && has('m')) {
+            std::vector<double> frame, manager;
+            for (std::size_t r = 0; r < table[f]['c'].size(); ++r) {
+                frame.push_back(table[f]['c'][r].cpu - table[f]['m'][r].cpu);
+                manager.push_back(table[f]['m'][r].cpu - table[f]['b'][r].cpu);
             }
-            return median(values);
-        };
-        for (std::size_t d = 0; d < kDrivers; ++d) {
-            if (figures[f][d].empty()) continue;
-            printFigures(drivers[d]->name(),
-                         {medianOf(d, &Figures::perSecond), medianOf(d, &Figures::p50), medianOf(d, &Figures::p99),
-                          medianOf(d, &Figures::cpu), medianOf(d, &Figures::user), medianOf(d, &Figures::system),
-                          medianOf(d, &Figures::switches), medianOf(d, &Figures::mainThread),
-                          medianOf(d, &Figures::otherThreads), medianOf(d, &Figures::serverCPU),
-                          medianOf(d, &Figures::serverBusy)});
+            std::printf("  client CPU per op: kit frame (c-m) %+.1f us, manager (m-b) %+.1f us\n", median(frame),
+                        median(manager));
         }
-        // Where (c)'s extra client CPU goes: the kit's frame over the bare manager, the manager over (b).
-        auto differenceOf = [&](std::size_t top, std::size_t bottom) {
-            std::vector<double> values;
-            for (std::size_t r = 0; r < figures[f][top].size(); ++r) {
-                values.push_back(figures[f][top][r].cpu - figures[f][bottom][r].cpu);
-            }
-            return median(values);
-        };
-        if (!figures[f][1].empty() && !figures[f][2].empty() && !figures[f][3].empty()) {
-            std::printf("  client CPU per op: c-b %+.1f us = kit frame (c-m) %+.1f us + manager and hand-offs (m-b) "
-                        "%+.1f us\n",
-                        differenceOf(2, 1), differenceOf(2, 3), differenceOf(3, 1));
+        for (const char base : {'a', 'b', 'p', 'q'}) {
+            if (!has('c') || !has(base)) continue;
+            const auto& top = table[f]['c'];
+            const auto& bottom = table[f][base];
+            const double throughput = ratioOf(top, bottom, &Figures::perSecond);
+            const double p50 = ratioOf(top, bottom, &Figures::p50);
+            const double p99 = ratioOf(top, bottom, &Figures::p99);
+            const double cpu = ratioOf(top, bottom, &Figures::cpu);
+            const double allocations = ratioOf(top, bottom, &Figures::allocations);
+            std::printf("  c/%c: throughput %.2f  p50 %.2f  p99 %.2f  client CPU %.2f  allocations %.2f\n", base,
+                        throughput, p50, p99, cpu, allocations);
+            entry["ratios"][std::string("c/") + base] = {{"throughput", throughput}, {"p50", p50}, {"p99", p99},
+                                                          {"cpu", cpu}, {"allocations", allocations}};
         }
-        for (std::size_t base = 0; base < 2; ++base) {
-            if (figures[f][2].empty() || figures[f][base].empty()) continue;
-            std::printf("  c/%c: throughput %.2f  p50 %.2f  p99 %.2f  client CPU %.2f\n", base ? 'b' : 'a',
-                        ratioOf(2, base, &Figures::perSecond), ratioOf(2, base, &Figures::p50),
-                        ratioOf(2, base, &Figures::p99), ratioOf(2, base, &Figures::cpu));
-        }
+        report["results"].push_back(std::move(entry));
     }
-    std::printf("\ntargets: at 8 in flight c/b throughput >= 0.95 and c/a >= 0.75; at 1 in flight c/b p50 <= 1.1;\n"
-                "         kit client CPU <= 35 us per fetch\n");
-    std::printf("server: %" PRIu64 " requests answered on %" PRIu64 " connection(s); kit manager opened %zu\n",
-                server->requestsAnswered(), server->connectionsAccepted(), kit.connectionsOpened());
-    if (failures) std::printf("WARNING: %zu request(s) failed or returned an unexpected reply\n", failures);
-    return failures ? 1 : 0;
+    std::printf("\ntargets: at 8 in flight c/b throughput >= 1.05 and c/p >= 2.0; at 1 in flight c/b p50 <= 1.0;\n"
+                "         kit client CPU <= 30 us per fetch at 8 in flight; kit allocations per fetch <= (b)'s\n");
+    std::printf("server: %" PRIu64 " requests answered on %" PRIu64 " connection(s)\n", server->requestsAnswered(),
+                server->connectionsAccepted());
+    if (failures > 0) std::printf("WARNING: requests failed or returned an unexpected reply\n");
+    const bool written = writeReport(settings.json, report);
+    return failures > 0 || childFailed || !written ? 1 : 0;
 }

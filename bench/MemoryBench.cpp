@@ -88,17 +88,28 @@ private:
 };
 
 constexpr const char* kUsage =
-    "usage: vlmsdk-bench-memory [--requests N]\n"
+    "usage: vlmsdk-bench-memory [--requests N] [--mode automatic|pumped|threaded] [--json FILE]\n"
     "  Issues N fetches at once (default 10000) while the loopback server holds its answers, then lets them\n"
-    "  through; prints heap in use, resident set and thread count before, while queued, during and after.\n";
+    "  through; prints heap in use, resident set and thread count before, while queued, during and after.\n"
+    "  --mode is the request manager's (default automatic: pumped here, as no executor is installed).\n";
 
 }  // namespace
 
 int main(int argc, char** argv) {
     CommandLine commandLine(argc, argv);
     const auto requests = static_cast<std::size_t>(commandLine.number("requests", 10000));
+    const std::string modeName = commandLine.text("mode", "automatic");
+    const std::string jsonPath = commandLine.text("json", "");
     auto problems = commandLine.problems();
     if (requests == 0) problems.push_back("--requests wants at least 1");
+    VLMSDKHTTPRequestManagerOptions options;
+    if (modeName == "pumped") {
+        options.mode = VLMSDKHTTPRequestManagerOptions::Mode::Pumped;
+    } else if (modeName == "threaded") {
+        options.mode = VLMSDKHTTPRequestManagerOptions::Mode::Threaded;
+    } else if (modeName != "automatic") {
+        problems.push_back("--mode wants automatic, pumped or threaded");
+    }
     if (commandLine.wantsHelp() || !problems.empty()) {
         for (const auto& problem : problems) std::fprintf(stderr, "vlmsdk-bench-memory: %s\n", problem.c_str());
         std::fputs(kUsage, problems.empty() ? stdout : stderr);
@@ -114,11 +125,11 @@ int main(int argc, char** argv) {
     printMachine("vlmsdk-bench-memory");
 
     const Snapshot start = snapshot();
-    auto manager = std::make_shared<VLMSDKHTTPRequestManager>();
+    auto manager = std::make_shared<VLMSDKHTTPRequestManager>(options);
     const std::size_t live = manager->options().maximumLiveTransfers;
     VLMSDKAPIManager api(std::make_shared<VLMSDKRequestBuilder>(server->baseURL()), manager);
-    std::printf("build type %s; %zu fetches at once; the manager keeps at most %zu on the wire\n",
-                VLMSDK_BENCH_BUILD_TYPE, requests, live);
+    std::printf("build type %s; %zu fetches at once; the manager (mode %s) keeps at most %zu on the wire\n",
+                VLMSDK_BENCH_BUILD_TYPE, requests, modeName.c_str(), live);
 
     Batch batch(api);
     // Warm-up at full width: every transfer, connection, mapping and allocator arena the load needs exists
@@ -134,12 +145,12 @@ int main(int argc, char** argv) {
     const auto issueStart = Clock::now();
     batch.issue(requests);
     const double issueSeconds = secondsBetween(issueStart, Clock::now());
-    // Wait (a bench may sleep) until the network thread has put its share on the wire and queued the rest.
+    // Pump (the pumped mode moves only then) until the manager has put its share on the wire and queued
+    // the rest, and a little longer.
     const std::size_t onWire = std::min(requests, live);
-    for (int i = 0; i < 500 && manager->statistics().requestsSent - sent0 < onWire; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    VLMSDKMainQueue::runUntil([&] { return manager->statistics().requestsSent - sent0 >= onWire; },
+                              std::chrono::seconds(5));
+    VLMSDKMainQueue::runFor(std::chrono::milliseconds(200));
     const Snapshot queued = snapshot();
     const std::size_t sentWhileQueued = manager->statistics().requestsSent - sent0;
 
@@ -165,10 +176,23 @@ int main(int argc, char** argv) {
     std::printf("server: %llu requests answered on %llu connection(s)\n",
                 static_cast<unsigned long long>(server->requestsAnswered()),
                 static_cast<unsigned long long>(server->connectionsAccepted()));
-    std::printf("\ntarget: at most 4 KB per queued request beyond the reply bodies; thread count flat\n");
+    std::printf("\ntarget: at most 4 KB per queued request beyond the reply bodies; thread count flat (the pumped\n"
+                "        mode runs no thread of its own)\n");
+
+    nlohmann::json report = reportHeader("vlmsdk-bench-memory", VLMSDK_BENCH_BUILD_TYPE);
+    report["settings"] = {{"requests", requests}, {"mode", modeName}, {"live_transfers", live}};
+    report["results"] = {
+        {"heap_bytes_per_queued_request", (queued.heapKB - before.heapKB) * 1024 / n},
+        {"rss_bytes_per_queued_request", static_cast<double>(queued.rssKB - before.rssKB) * 1024 / n},
+        {"issue_us_per_request", issueSeconds * 1e6 / n},
+        {"threads", {{"at_start", start.threads}, {"before", before.threads}, {"queued", queued.threads},
+                     {"peak_answering", std::max(batch.peakThreads(), queued.threads)}, {"after", after.threads}}},
+        {"failed", batch.failed()},
+        {"unanswered", batch.unanswered()}};
+    const bool written = writeReport(jsonPath, report);
     if (batch.failed() || batch.unanswered()) {
         std::printf("WARNING: %zu fetch(es) failed, %zu unanswered\n", batch.failed(), batch.unanswered());
         return 1;
     }
-    return 0;
+    return written ? 0 : 1;
 }

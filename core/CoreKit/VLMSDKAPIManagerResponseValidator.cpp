@@ -1,6 +1,9 @@
 #include <VLMSDKCoreKit/VLMSDKAPIManagerResponseValidator.h>
 #include <VLMSDKCoreKit/VLMSDKConsoleLogger.h>
 
+#include <optional>
+#include <string>
+
 namespace {
 
 // The server's own words, from {"error": {"message": ...}}, {"error": "..."} or {"message": ...}.
@@ -51,29 +54,27 @@ bool VLMSDKAPIManagerResponseValidator::validate(VLMErrorPtr* error) {
 VLMErrorPtr VLMSDKAPIManagerResponseValidator::failure() const {
     if (responseError_) return responseError_;
 
-    VLMError::Details details;
-    details.domain = kVLMSDKResponseErrorDomain;
-    details.functionName = __func__;
-    details.fileName = __FILE__;
-    auto make = [&](VLMErrorCode code, std::string message) {
+    // The error's details are built only once something failed: a good reply allocates nothing here.
+    auto make = [this](VLMErrorCode code, std::string message, std::optional<std::string> serverMessage = {}) {
+        VLMError::Details details;
+        details.domain = kVLMSDKResponseErrorDomain;
+        details.functionName = "failure";
+        details.fileName = __FILE__;
         details.code = code;
         details.developerMessage = std::move(message);
+        if (response_) details.httpStatusCode = response_->statusCode();
+        if (serverMessage) details.userMessage = *serverMessage;
+        details.serverMessage = std::move(serverMessage);
         return std::make_shared<const VLMError>(std::move(details));
     };
 
     if (!response_) return make(VLMErrorCode::InvalidResponse, "No response came with the reply.");
-    details.httpStatusCode = response_->statusCode();
     const long status = response_->statusCode();
     if (status < 200 || status > 299) {
-        details.serverMessage = serverMessage(responseJSON_);
+        auto server = serverMessage(responseJSON_);
         std::string message = "The service answered HTTP " + std::to_string(status);
-        if (details.serverMessage) {
-            message += ": " + *details.serverMessage;
-            details.userMessage = *details.serverMessage;
-        } else {
-            message += ".";
-        }
-        return make(VLMErrorCode::HTTPStatus, std::move(message));
+        message += server ? ": " + *server : std::string(".");
+        return make(VLMErrorCode::HTTPStatus, std::move(message), std::move(server));
     }
     if (requiredJSONKeys_.empty()) return nullptr;
     if (!responseJSON_ || !responseJSON_->is_object()) {

@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
-#include <deque>
 #include <mutex>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
@@ -17,15 +18,27 @@ using vlmsdk::detail::VLMSDKMainQueueSource;
 
 namespace {
 
+// What one round of the pump works with; kept from round to round so that a round allocates nothing.
+struct PumpBuffers {
+    std::vector<std::shared_ptr<VLMSDKMainQueueSource>> sources;
+    std::vector<pollfd> descriptors;
+    std::vector<std::size_t> firsts;  // where each source's descriptors begin
+    std::vector<VLMSDKMainQueue::Task> tasks;
+};
+
 struct Queue {
     std::mutex mutex;
-    std::deque<VLMSDKMainQueue::Task> tasks;
+    std::vector<VLMSDKMainQueue::Task> tasks;
     VLMSDKMainQueue::Executor executor;
     std::vector<std::shared_ptr<VLMSDKMainQueueSource>> sources;
     bool mainThreadWaiting = false;  // only then is a wake-up worth its system call
     std::atomic<bool> hasExecutor{false};
     // What ends the main thread's wait besides the sources' own descriptors.
     const int wakeDescriptor = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    // The main thread's own: the outermost round's buffers, and how deep rounds are nested (a task that
+    // pumps the queue itself gets buffers of its own).
+    PumpBuffers buffers;
+    int pumpDepth = 0;
 };
 
 Queue& queue() {
@@ -42,64 +55,73 @@ void runTask(VLMSDKMainQueue::Task& task) {
     }
 }
 
-// Takes everything queued so far in one locked step.
-std::deque<VLMSDKMainQueue::Task> takeAll(Queue& q) {
-    std::deque<VLMSDKMainQueue::Task> batch;
-    std::lock_guard lock(q.mutex);
-    batch.swap(q.tasks);
-    return batch;
-}
-
-std::vector<std::shared_ptr<VLMSDKMainQueueSource>> sourcesOf(Queue& q) {
-    std::lock_guard lock(q.mutex);
-    return q.sources;
-}
-
 void wake(Queue& q) {
     const std::uint64_t one = 1;
     // A full counter already wakes the waiter; nothing else can go wrong worth reporting.
     [[maybe_unused]] const auto written = ::write(q.wakeDescriptor, &one, sizeof one);
 }
 
-// One round of the pump: wait for the sources' descriptors, a posted task, a source's own time limit or
-// `deadline` (no wait at all when a task is queued), then dispatch the sources and run the queued tasks.
-// Answers the number of tasks run.
-std::size_t pumpOnce(Queue& q, std::chrono::steady_clock::time_point deadline) {
-    const auto sources = sourcesOf(q);
-    std::vector<pollfd> descriptors{{q.wakeDescriptor, POLLIN, 0}};
-    std::vector<std::size_t> firsts;  // where each source's descriptors begin
+std::size_t pumpRound(Queue& q, PumpBuffers& b, std::chrono::steady_clock::time_point deadline) {
+    b.descriptors.assign(1, pollfd{q.wakeDescriptor, POLLIN, 0});
+    b.firsts.clear();
+    {
+        std::lock_guard lock(q.mutex);
+        b.sources = q.sources;
+    }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     long timeout = std::clamp<long long>(left.count(), 0, INT_MAX);
-    for (const auto& source : sources) {
-        firsts.push_back(descriptors.size());
-        const int limit = source->prepareWait(descriptors);
+    for (const auto& source : b.sources) {
+        b.firsts.push_back(b.descriptors.size());
+        const int limit = source->prepareWait(b.descriptors);
         if (limit >= 0) timeout = std::min<long>(timeout, limit);
     }
-    firsts.push_back(descriptors.size());
+    b.firsts.push_back(b.descriptors.size());
     {
         std::lock_guard lock(q.mutex);
         if (!q.tasks.empty()) timeout = 0;
         q.mainThreadWaiting = timeout > 0;
     }
-    ::poll(descriptors.data(), descriptors.size(), static_cast<int>(timeout));
+    ::poll(b.descriptors.data(), b.descriptors.size(), static_cast<int>(timeout));
     if (timeout > 0) {
         std::lock_guard lock(q.mutex);
         q.mainThreadWaiting = false;
     }
-    if (descriptors[0].revents & POLLIN) {
+    if (b.descriptors[0].revents & POLLIN) {
         std::uint64_t count = 0;
         [[maybe_unused]] const auto read = ::read(q.wakeDescriptor, &count, sizeof count);
     }
-    for (std::size_t i = 0; i < sources.size(); ++i) {
-        sources[i]->dispatch(std::span<const pollfd>(descriptors).subspan(firsts[i], firsts[i + 1] - firsts[i]));
+    for (std::size_t i = 0; i < b.sources.size(); ++i) {
+        b.sources[i]->dispatch(
+            std::span<const pollfd>(b.descriptors).subspan(b.firsts[i], b.firsts[i + 1] - b.firsts[i]));
     }
-    std::size_t count = 0;
-    for (auto& task : takeAll(q)) {
+    b.sources.clear();
+    {
+        // Everything queued so far, in one locked step; the two vectors trade their storage back and forth.
+        std::lock_guard lock(q.mutex);
+        b.tasks.swap(q.tasks);
+    }
+    for (auto& task : b.tasks) {
         runTask(task);
         task = nullptr;  // what the task held goes before the next one runs
-        ++count;
     }
+    const std::size_t count = b.tasks.size();
+    b.tasks.clear();
+    if (b.tasks.capacity() > 4096) std::vector<VLMSDKMainQueue::Task>().swap(b.tasks);  // after a burst
     return count;
+}
+
+// One round of the pump: wait for the sources' descriptors, a posted task, a source's own time limit or
+// `deadline` (no wait at all when a task is queued), then dispatch the sources and run the queued tasks.
+// Answers the number of tasks run. Main thread only.
+std::size_t pumpOnce(Queue& q, std::chrono::steady_clock::time_point deadline) {
+    struct Depth {
+        int& depth;
+        explicit Depth(int& d) : depth(++d) {}
+        ~Depth() { --depth; }
+    } nested(q.pumpDepth);
+    if (q.pumpDepth == 1) return pumpRound(q, q.buffers, deadline);
+    PumpBuffers own;
+    return pumpRound(q, own, deadline);
 }
 
 }  // namespace

@@ -198,6 +198,8 @@ std::shared_ptr<const VLMSDKRequest> VLMSDKRequestBuilder::requestWithMethod(con
     std::optional<std::string> token;
     {
         std::lock_guard lock(mutex_);
+        // Room for the path, a few of its bytes escaped: one allocation for the URL.
+        parts.url.reserve(baseURL_.size() + path.size() + 32);
         parts.url = baseURL_;
         parts.headers = defaultHeaders_;
         provider = tokenProvider_;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <new>
+#include <vector>
 
 namespace vlmsdk::detail {
 
@@ -83,7 +84,59 @@ VLMSDKJSONReader::Result readWide(const std::string& text) {
     return result;
 }
 
+// Empties every container under `json` without recursion. The containers waiting their turn sit in a small
+// stack in place, spilling over to the heap only for wide replies (a long list of postings, say).
+void tearDown(VLMSDKJSON& json) {
+    constexpr std::size_t kInPlace = 32;
+    VLMSDKJSON inPlace[kInPlace];
+    std::size_t held = 0;
+    std::vector<VLMSDKJSON> spilled;
+    const auto hold = [&](VLMSDKJSON& child) {
+        if (!child.is_structured()) return;
+        if (held < kInPlace) {
+            inPlace[held++] = std::move(child);
+        } else {
+            spilled.push_back(std::move(child));
+        }
+    };
+    const auto empty = [&](VLMSDKJSON& value) {
+        if (auto* array = value.get_ptr<VLMSDKJSON::array_t*>()) {
+            for (auto& child : *array) hold(child);
+            array->clear();
+        } else if (auto* object = value.get_ptr<VLMSDKJSON::object_t*>()) {
+            for (auto& member : *object) hold(member.second);
+            object->clear();
+        }
+    };
+    empty(json);
+    while (held > 0 || !spilled.empty()) {
+        VLMSDKJSON current;
+        if (!spilled.empty()) {
+            current = std::move(spilled.back());
+            spilled.pop_back();
+        } else {
+            current = std::move(inPlace[--held]);
+        }
+        empty(current);
+    }
+}
+
+// A reply and its teardown, in the shared block make_shared makes.
+struct SharedReply {
+    explicit SharedReply(VLMSDKJSON&& value) : json(std::move(value)) {}
+    ~SharedReply() { tearDown(json); }
+    SharedReply(const SharedReply&) = delete;
+    SharedReply& operator=(const SharedReply&) = delete;
+    VLMSDKJSON json;
+};
+
 }  // namespace
+
+std::shared_ptr<const VLMSDKJSON> VLMSDKJSONReader::share(VLMSDKJSON&& json) {
+    auto reply = std::make_shared<SharedReply>(std::move(json));
+    const VLMSDKJSON* value = &reply->json;
+    return std::shared_ptr<const VLMSDKJSON>(std::move(reply), value);
+}
 
 class VLMSDKJSONReader::Impl {
 public:

@@ -32,6 +32,10 @@ public:
     /// but for std::bad_alloc.
     Result read(std::string& text);
 
+    /// `json` made shared, in one allocation, with a teardown that allocates nothing (the JSON value's own
+    /// destructor allocates a stack for every container it frees). Any thread may release it.
+    static std::shared_ptr<const VLMSDKJSON> share(VLMSDKJSON&& json);
+
 private:
     class Impl;
     std::unique_ptr<Impl> impl_;

@@ -2,6 +2,8 @@
 
 #include <VLMSDKCoreKit/VLMSDKSourceLocation.h>
 
+#include "VLMSDKTextTransforms.h"
+
 #include <charconv>
 #include <exception>
 #include <string>
@@ -156,6 +158,10 @@ private:
 
     bool storeTransformed(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
                           const VLMSDKJSON& value, int depth) {
+        if (value.is_string() && entry.property->kind() == VLMSDKPropertyKind::String &&
+            vlmsdk::detail::keepsTextAsItIs(entry.mappingBlock)) {
+            return storeJSON(record, mapping, entry, value, depth);
+        }
         VLMSDKMappedValue mapped = entry.mappingBlock(value);
         if (auto* json = std::get_if<VLMSDKJSON>(&mapped)) {
             if (json->is_null()) return true;

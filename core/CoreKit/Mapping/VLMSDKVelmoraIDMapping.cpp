@@ -1,5 +1,7 @@
 #include <VLMSDKCoreKit/Mapping/VLMSDKVelmoraIDMapping.h>
 
+#include "VLMSDKTextTransforms.h"
+
 #include <string>
 
 namespace {
@@ -18,3 +20,12 @@ VLMSDKMappedValue velmoraID(const VLMSDKJSON& value) {
 }  // namespace
 
 VLMSDKAttributeMappingBlock VLMSDKVelmoraIDMapping::velmoraIDAttributeMappingBlock() { return &velmoraID; }
+
+namespace vlmsdk::detail {
+
+bool keepsTextAsItIs(const VLMSDKAttributeMappingBlock& block) {
+    const auto* function = block.target<VLMSDKMappedValue (*)(const VLMSDKJSON&)>();
+    return function && *function == &velmoraID;
+}
+
+}  // namespace vlmsdk::detail

@@ -222,7 +222,7 @@ int VLMSDKHTTPEngine::prepareLocked(std::vector<pollfd>& descriptors) {
         if (!incoming_.empty() || stopRequested_) return 0;
     }
     if (!waiting_.empty() && live_ < liveLimit_) return 0;
-    for (const auto& [socket, events] : sockets_) descriptors.push_back({socket, events, 0});
+    descriptors.insert(descriptors.end(), sockets_.begin(), sockets_.end());
     if (!timerDeadline_) return -1;
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(*timerDeadline_ - std::chrono::steady_clock::now()).count();
@@ -231,14 +231,14 @@ int VLMSDKHTTPEngine::prepareLocked(std::vector<pollfd>& descriptors) {
 
 void VLMSDKHTTPEngine::driveLocked(std::span<const pollfd> descriptors) {
     driving_.store(std::this_thread::get_id(), std::memory_order_release);
-    std::vector<VLMSDKHTTPPendingRequest> arrived;
     bool stop = false;
     {
+        // The two vectors trade their storage back and forth: taking the new requests allocates nothing.
         std::lock_guard lock(mutex_);
-        arrived.swap(incoming_);
+        arrived_.swap(incoming_);
         stop = stopRequested_;
     }
-    admit(arrived);
+    admit(arrived_);
     if (!stop) {
         startWaiting();
         int running = 0;
@@ -295,10 +295,17 @@ void VLMSDKHTTPEngine::runThread() {
 int VLMSDKHTTPEngine::onSocket(CURL*, curl_socket_t socket, int what, void* engine, void*) {
     auto& self = *static_cast<VLMSDKHTTPEngine*>(engine);
     try {
+        auto& sockets = self.sockets_;
+        const auto found = std::find_if(sockets.begin(), sockets.end(), [&](const pollfd& p) { return p.fd == socket; });
         if (what == CURL_POLL_REMOVE) {
-            self.sockets_.erase(socket);
+            if (found != sockets.end()) {
+                *found = sockets.back();
+                sockets.pop_back();
+            }
+        } else if (found != sockets.end()) {
+            found->events = pollEvents(what);
         } else {
-            self.sockets_[socket] = pollEvents(what);
+            sockets.push_back({socket, pollEvents(what), 0});
         }
     } catch (...) {
         return -1;  // libcurl fails the transfers on this socket
@@ -324,7 +331,7 @@ void VLMSDKHTTPEngine::admit(std::vector<VLMSDKHTTPPendingRequest>& arrived) {
             continue;
         }
         try {
-            waiting_.push_back(std::move(pending));
+            waiting_.push(std::move(pending));
         } catch (const std::exception&) {
             complete(pending.completion, {nullptr, nullptr, outOfMemory_});
         }
@@ -334,8 +341,7 @@ void VLMSDKHTTPEngine::admit(std::vector<VLMSDKHTTPPendingRequest>& arrived) {
 
 void VLMSDKHTTPEngine::startWaiting() {
     while (live_ < liveLimit_ && !waiting_.empty()) {
-        VLMSDKHTTPPendingRequest pending = std::move(waiting_.front());
-        waiting_.pop_front();
+        VLMSDKHTTPPendingRequest pending = waiting_.pop();
 
         VLMErrorPtr error;
         VLMSDKHTTPTransfer* transfer = idleTransfer(&error);
@@ -400,7 +406,7 @@ void VLMSDKHTTPEngine::cancelAll() {
         std::lock_guard lock(mutex_);
         arrived.swap(incoming_);
     }
-    for (auto& pending : arrived) waiting_.push_back(std::move(pending));
+    for (auto& pending : arrived) waiting_.push(std::move(pending));
     for (const auto& transfer : transfers_) {
         if (!transfer->isLive()) continue;
         curl_multi_remove_handle(multi_, transfer->handle());
@@ -411,8 +417,7 @@ void VLMSDKHTTPEngine::cancelAll() {
         complete(completion, {nullptr, nullptr, std::move(error)});
     }
     while (!waiting_.empty()) {
-        VLMSDKHTTPPendingRequest pending = std::move(waiting_.front());
-        waiting_.pop_front();
+        VLMSDKHTTPPendingRequest pending = waiting_.pop();
         VLMErrorPtr error = errorOr(outOfMemory_, [&, function = __func__] {
             const std::string what =
                 pending.request ? pending.request->method() + " " + pending.request->redactedURL() : "A request";

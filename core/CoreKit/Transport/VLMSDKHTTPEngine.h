@@ -10,12 +10,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
 namespace vlmsdk::detail {
@@ -81,6 +79,7 @@ private:
     // Shared with the calling threads.
     mutable std::mutex mutex_;
     std::vector<VLMSDKHTTPPendingRequest> incoming_;
+    std::vector<VLMSDKHTTPPendingRequest> arrived_;  // the driving thread's: incoming_ as last taken
     bool accepting_ = false;
     bool stopRequested_ = false;
     bool driverWaiting_ = false;  // the network thread waits, or is about to: only then is a wake-up needed
@@ -89,11 +88,26 @@ private:
     std::mutex driveMutex_;
     std::atomic<std::thread::id> driving_{};  // the thread inside driveLocked or cancelAll
     bool stopped_ = false;
-    std::deque<VLMSDKHTTPPendingRequest> waiting_;
+    // Requests waiting for a transfer, first in first out; the vector keeps its storage from burst to burst.
+    struct WaitingLine {
+        std::vector<VLMSDKHTTPPendingRequest> items;
+        std::size_t head = 0;
+        bool empty() const { return head == items.size(); }
+        void push(VLMSDKHTTPPendingRequest&& pending) { items.push_back(std::move(pending)); }
+        VLMSDKHTTPPendingRequest pop() {
+            VLMSDKHTTPPendingRequest first = std::move(items[head++]);
+            if (head == items.size()) {
+                items.clear();
+                head = 0;
+            }
+            return first;
+        }
+    };
+    WaitingLine waiting_;
     std::vector<std::unique_ptr<VLMSDKHTTPTransfer>> transfers_;
     std::vector<VLMSDKHTTPTransfer*> idle_;
     std::size_t live_ = 0;
-    std::unordered_map<curl_socket_t, short> sockets_;  // what libcurl asked to wait for, per socket
+    std::vector<pollfd> sockets_;  // what libcurl asked to wait for, per socket (a few: a flat list)
     std::optional<std::chrono::steady_clock::time_point> timerDeadline_;
     VLMSDKJSONReader reader_;
 

@@ -154,14 +154,16 @@ VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
     errorBuffer_[0] = '\0';
     started_ = std::chrono::steady_clock::now();
 
+    // The header lines, one per '\n' (a header never holds one: the request builder refuses CR and LF).
     bool hasContentType = false;
     bool hasExpect = false;
     bool ok = true;
     try {
+        scratch_.clear();
         for (const auto& [name, value] : request.headers()) {
             hasContentType = hasContentType || equalsIgnoringASCIICase(name, "Content-Type");
             hasExpect = hasExpect || equalsIgnoringASCIICase(name, "Expect");
-            scratch_.assign(name);
+            scratch_ += name;
             // "Name;" is how libcurl is told to send a header with an empty value.
             if (value.empty()) {
                 scratch_ += ';';
@@ -169,18 +171,27 @@ VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
                 scratch_ += ": ";
                 scratch_ += value;
             }
-            curl_slist* appended = curl_slist_append(requestHeaders_, scratch_.c_str());
-            if (!appended) throw std::bad_alloc();
-            requestHeaders_ = appended;
+            scratch_ += '\n';
         }
         // Empty "Name:" lines remove headers libcurl would add on its own: the 100-continue round trip for
         // larger bodies, and a form content type on bodies sent without one.
-        for (const char* line : {hasExpect || !sendsBody ? nullptr : "Expect:",
-                                 hasContentType || !sendsBody ? nullptr : "Content-Type:"}) {
-            if (!line) continue;
-            curl_slist* appended = curl_slist_append(requestHeaders_, line);
-            if (!appended) throw std::bad_alloc();
-            requestHeaders_ = appended;
+        if (!hasExpect && sendsBody) scratch_ += "Expect:\n";
+        if (!hasContentType && sendsBody) scratch_ += "Content-Type:\n";
+        // Most requests of a manager carry the same headers: the list of the previous one is kept.
+        if (!requestHeaders_ || scratch_ != headerLines_) {
+            curl_slist_free_all(requestHeaders_);
+            requestHeaders_ = nullptr;
+            headerLines_.clear();
+            for (std::size_t start = 0; start < scratch_.size();) {
+                const std::size_t end = scratch_.find('\n', start);
+                scratch_[end] = '\0';
+                curl_slist* appended = curl_slist_append(requestHeaders_, scratch_.c_str() + start);
+                scratch_[end] = '\n';
+                if (!appended) throw std::bad_alloc();
+                requestHeaders_ = appended;
+                start = end + 1;
+            }
+            headerLines_ = scratch_;
         }
     } catch (const std::exception&) {
         ok = false;
@@ -312,7 +323,7 @@ VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result, VLMSDKJSONReader& 
         reply.error = std::make_shared<const VLMError>(std::move(details));
         return reply;
     }
-    reply.responseJSON = std::make_shared<const VLMSDKJSON>(std::move(read.json));
+    reply.responseJSON = VLMSDKJSONReader::share(std::move(read.json));
     return reply;
 }
 
@@ -368,9 +379,7 @@ VLMSDKDataTaskCompletion VLMSDKHTTPTransfer::release() {
     VLMSDKDataTaskCompletion completion = std::move(completion_);
     completion_ = nullptr;
     request_.reset();
-    setOption(handle_, CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
-    curl_slist_free_all(requestHeaders_);
-    requestHeaders_ = nullptr;
+    // The header list stays set and kept for the next request that sends the same lines.
     replyHeaders_.clear();
     if (body_.capacity() > kKeptBodyCapacity) {
         std::string().swap(body_);

@@ -85,6 +85,7 @@ private:
     const VLMSDKHTTPRequestManagerOptions& options_;
     CURL* handle_;
     curl_slist* requestHeaders_ = nullptr;
+    std::string headerLines_;  // what requestHeaders_ holds, one line per '\n'
     std::shared_ptr<const VLMSDKRequest> request_;
     VLMSDKDataTaskCompletion completion_;
     std::string body_;

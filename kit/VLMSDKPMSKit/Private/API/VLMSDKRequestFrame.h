@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -139,8 +140,12 @@ public:
 
     /// "path/%@" with the identifier put in place, as it is.
     static std::string pathWithIdentifier(const char* format, const std::string& identifier) {
-        std::string path(format);
-        if (const auto at = path.find("%@"); at != std::string::npos) path.replace(at, 2, identifier);
+        const std::string_view text(format);
+        const auto at = text.find("%@");
+        if (at == std::string_view::npos) return std::string(text);
+        std::string path;
+        path.reserve(text.size() + identifier.size());
+        path.append(text.substr(0, at)).append(identifier).append(text.substr(at + 2));
         return path;
     }
 
@@ -148,13 +153,13 @@ private:
     static void handleReply(const Operation& operation, Completion completion,
                             std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
                             VLMErrorPtr error) {
-        auto validator = VLMSDKAPIManagerResponseValidator::validatorForResponse(std::move(response), json,
-                                                                                 std::move(error));
-        validator->setPassesLogMessage(operation.passesLogMessage);
-        validator->setFailsLogMessage(operation.failsLogMessage);
-        if (!operation.requiredJSONKeys.empty()) validator->setRequiredJSONKeys(operation.requiredJSONKeys);
+        // The validator lives only for this check: on the stack, not shared.
+        VLMSDKAPIManagerResponseValidator validator(std::move(response), json, std::move(error));
+        validator.setPassesLogMessage(operation.passesLogMessage);
+        validator.setFailsLogMessage(operation.failsLogMessage);
+        if (!operation.requiredJSONKeys.empty()) validator.setRequiredJSONKeys(operation.requiredJSONKeys);
         VLMErrorPtr validationError;
-        if (!validator->validate(&validationError)) {
+        if (!validator.validate(&validationError)) {
             deliver(std::move(completion), Result{}, std::move(validationError));
             return;
         }
