@@ -71,6 +71,7 @@ const Row rows[] = {
     {Kind::Item, "itm_breakfast:", false},
     {Kind::Item, "itm_breakfast:two", false},
     {Kind::Item, "itm_breakfast:-1", false},
+    {Kind::Item, "itm_breakfast:1.", false},
     {Kind::Item, ":2", false},
     {Kind::Item, "itm/x:2", false},
     {Kind::Seconds, "30", true},

@@ -29,6 +29,8 @@ TEST(PMSShownTextTest, ControlCharactersAndBrokenUTF8AreEscapedAndLongTextCut) {
         EXPECT_EQ(PMSShownText::line(row.text, row.limit), row.shown);
         EXPECT_EQ(PMSShownText::needsEscaping(row.text), row.text != row.shown && row.text.size() <= row.limit);
     }
+    EXPECT_EQ(PMSShownText::cut("ab\xc3\xa9z", 3), "ab... (5 bytes in all)");
+    EXPECT_EQ(PMSShownText::cut("\x1b[2J", 10), "\x1b[2J");
 }
 
 TEST(PMSShownTextTest, LinesKeepTheBreaksAndStopAtTheLimit) {

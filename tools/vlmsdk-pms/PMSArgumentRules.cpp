@@ -70,9 +70,14 @@ std::optional<PMSChargeItem> PMSArgumentRules::item(std::string_view text) {
     PMSChargeItem item{std::string(text.substr(0, colon)), 1};
     if (!isIdentifier(item.itemID)) return std::nullopt;
     if (colon == std::string_view::npos) return item;
-    const auto quantity = decimal(text.substr(colon + 1), 3, 0);
-    if (!quantity || *quantity < 1 || *quantity > kMaximumQuantity) return std::nullopt;
-    item.quantity = static_cast<int>(*quantity);
+    const std::string_view digits = text.substr(colon + 1);
+    int quantity = 0;
+    const auto [end, failed] = std::from_chars(digits.data(), digits.data() + digits.size(), quantity);
+    if (digits.empty() || !isDigit(digits[0]) || failed != std::errc() || end != digits.data() + digits.size() ||
+        quantity < 1 || quantity > kMaximumQuantity) {
+        return std::nullopt;
+    }
+    item.quantity = quantity;
     return item;
 }
 

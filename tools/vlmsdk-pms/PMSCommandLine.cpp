@@ -69,19 +69,23 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     CLI::Option* baseURLOption =
         app.add_option("--base-url", baseURL, "The reservation service, e.g. http://127.0.0.1:8080/")
             ->envname("VLMSDK_PMS_BASE_URL")
+            ->type_name("URL")
             ->check(PMSUsage::rule(Kind::ServiceURL));
     CLI::Option* tokenOption =
         app.add_option("--token", token, "Bearer token to send (default: the local service's own token)")
-            ->envname("VLMSDK_PMS_TOKEN");
+            ->envname("VLMSDK_PMS_TOKEN")
+            ->type_name("TOKEN");
     std::string caFile;
     CLI::Option* caFileOption =
         app.add_option("--ca-file", caFile, "CA certificates (PEM) to trust instead of the system's")
             ->envname("VLMSDK_PMS_CA_FILE")
+            ->type_name("FILE")
             ->check(CLI::ExistingFile);
     app.add_flag("--json", settings.json, "Print one JSON document instead of text");
     app.add_flag("-v,--verbose", settings.verbosity,
                  "Show each HTTP request on standard error (twice: with headers and bodies)");
     app.add_option("--timeout", timeout, "Seconds one operation may take")
+        ->type_name("SECONDS")
         ->check(PMSUsage::rule(Kind::Seconds))
         ->capture_default_str();
     bool version = false;
@@ -159,11 +163,13 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     std::string card;
     std::string amount;
     std::string currency = "USD";
-    pay->add_option("--card", card, "The stored card's identifier")->required()->check(PMSUsage::rule(Kind::Identifier));
+    pay->add_option("--card", card, "The stored card's identifier")->required()->type_name("CARD")->check(PMSUsage::rule(Kind::Identifier));
     pay->add_option("--amount", amount, "Amount to pay, above 0 with at most two decimals, e.g. 61.00")
         ->required()
+        ->type_name("AMOUNT")
         ->check(PMSUsage::rule(Kind::Amount));
     pay->add_option("--currency", currency, "Three-letter code of the amount's currency")
+        ->type_name("CODE")
         ->check(PMSUsage::rule(Kind::Currency))
         ->capture_default_str();
     pay->callback([&] {

@@ -6,11 +6,6 @@
 
 namespace {
 
-std::string cut(const std::string& text) {
-    if (text.size() <= PMSShownText::kMessageLimit) return text;
-    return text.substr(0, PMSShownText::kMessageLimit) + "... (" + std::to_string(text.size()) + " bytes in all)";
-}
-
 template <class T>
 PMSJSON orNull(const std::optional<T>& value) {
     return value ? PMSJSON(*value) : PMSJSON(nullptr);
@@ -39,12 +34,12 @@ std::string PMSFailure::line() const {
 
 PMSJSON PMSFailure::document() const {
     std::optional<std::string> serverMessage;
-    if (error_->serverMessage()) serverMessage = cut(*error_->serverMessage());
+    if (error_->serverMessage()) serverMessage = PMSShownText::cut(*error_->serverMessage());
     return {{"error",
              {
                  {"operation", operation_},
                  {"code", PMSRecordJSON::codeName(error_->code())},
-                 {"message", cut(error_->developerMessage())},
+                 {"message", PMSShownText::cut(error_->developerMessage())},
                  {"httpStatus", orNull(error_->httpStatusCode())},
                  {"serverMessage", orNull(serverMessage)},
                  {"hint", hint_.empty() ? PMSJSON(nullptr) : PMSJSON(hint_)},

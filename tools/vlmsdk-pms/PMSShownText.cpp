@@ -70,6 +70,13 @@ std::string PMSShownText::line(std::string_view text, std::size_t limit) {
     return shown;
 }
 
+std::string PMSShownText::cut(std::string_view text, std::size_t limit) {
+    if (text.size() <= limit) return std::string(text);
+    std::size_t end = limit;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) --end;
+    return std::string(text.substr(0, end)) + cutNote(text.size());
+}
+
 bool PMSShownText::needsEscaping(std::string_view text) {
     std::string escaped;
     appendEscaped(escaped, text, text.size());

@@ -18,6 +18,9 @@ public:
     /// `text` on one line: every control character escaped, newlines included; at most `limit` bytes of it
     /// shown, then "... (N bytes in all)".
     static std::string line(std::string_view text, std::size_t limit = kMessageLimit);
+    /// `text` as it is up to `limit` bytes (never inside a UTF-8 sequence), then "... (N bytes in all)": for a
+    /// JSON document, whose strings escape control characters themselves.
+    static std::string cut(std::string_view text, std::size_t limit = kMessageLimit);
     /// Whether line() would change any of `text`: it holds a control character or bytes that are not UTF-8.
     static bool needsEscaping(std::string_view text);
     /// `text` as lines (split at "\n"), each escaped as in line(); at most `limit` bytes of `text` in all, the
