@@ -88,6 +88,8 @@ const Row rows[] = {
     {Kind::ServiceURL, "notaurl", false},
     {Kind::ServiceURL, "ftp://127.0.0.1/", false},
     {Kind::ServiceURL, "http://", false},
+    {Kind::ServiceURL, "http:///127.0.0.1:8787/", false},
+    {Kind::ServiceURL, "http:/127.0.0.1:8787/", false},
     {Kind::ServiceURL, "http://127.0.0.1:99999/", false},
     {Kind::ServiceURL, "http://127.0.0.1/?page=2", false},
 };

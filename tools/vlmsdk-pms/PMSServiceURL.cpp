@@ -41,6 +41,11 @@ std::optional<PMSServiceURL> PMSServiceURL::parse(const std::string& text, std::
     if (!scheme || (*scheme != "http" && *scheme != "https")) return fail("its scheme is not http or https");
     const auto host = part(url.get(), CURLUPART_HOST);
     if (!host || host->empty()) return fail("it has no host");
+    // libcurl also finds a host in "http:/host/" and "http:///host/"; a base URL names it right after "//".
+    const std::size_t slashes = scheme->size() + 1;
+    if (text.size() <= slashes + 2 || text.compare(slashes, 2, "//") != 0 || text[slashes + 2] == '/') {
+        return fail("its host does not follow the scheme and \"//\"");
+    }
     if (part(url.get(), CURLUPART_QUERY) || part(url.get(), CURLUPART_FRAGMENT)) {
         return fail("it has a query or a fragment, which a base URL cannot keep");
     }
