@@ -58,6 +58,14 @@ std::string PMSUsage::line(const CLI::App& app, const CLI::ParseError& error) {
     std::string path;
     const CLI::App& inner = innermost(app, path);
     std::string message = error.what();
+    // CLI11's "Could not convert: --json = maybe", for a flag given a value.
+    if (const std::string prefix = "Could not convert: "; message.rfind(prefix, 0) == 0) {
+        const auto equals = message.find(" = ", prefix.size());
+        if (equals != std::string::npos) {
+            message = message.substr(prefix.size(), equals - prefix.size()) +
+                      ": wants no value, or true or false; not '" + message.substr(equals + 3) + "'";
+        }
+    }
     // An option of the tool itself, such as --base-url, belongs to no subcommand.
     const std::string name = message.substr(0, message.find_first_of(": "));
     if (!inner.get_option_no_throw(name) && app.get_option_no_throw(name)) path.clear();
