@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the kit into a temporary prefix, builds examples/ against the installed package (CMake
-# package and pkg-config file), and runs the example against a pms-sandbox started on an ephemeral port.
+# Checks that every C++ block of README.md is a program of examples/, word for word; installs the kit into a
+# temporary prefix, builds examples/ against the installed package (CMake package and pkg-config file), and
+# runs the programs against a pms-sandbox started on an ephemeral port.
 #   scripts/check-install.sh [BUILD_DIR]     default: build (configured as scripts/test.sh does if new)
 # JOBS sets the build parallelism (default: all cores). The build must not be a sanitizer build.
 set -euo pipefail
@@ -17,6 +18,29 @@ cleanup() {
 trap cleanup EXIT
 say() { echo "check-install: $*"; }
 fail() { echo "check-install: FAILED: $*" >&2; exit 1; }
+
+# The README shows each program whole, under a line that names its file: extract each block and compare.
+say "checking that README.md shows the examples/ programs as they are"
+mkdir -p "$work/readme"
+awk -v out="$work/readme" '
+  /^```cpp$/ {
+    inblock = 1
+    if (match(last, /examples\/[A-Za-z0-9_]+\.cpp/)) { file = out "/" substr(last, RSTART + 9, RLENGTH - 9); printf "" > file }
+    else { print "README.md:" NR ": a C++ block under a line that names no examples/ file" > "/dev/stderr"; bad = 1 }
+    next
+  }
+  inblock && /^```$/ { inblock = 0; if (file != "") close(file); file = ""; next }
+  inblock { if (file != "") print > file; next }
+  NF { last = $0 }
+  END { exit bad }
+' "$root/README.md" || fail "README.md has a C++ block that is no examples/ program"
+for shown in "$work"/readme/*.cpp; do
+  [ -f "$shown" ] || continue
+  diff -u "$root/examples/$(basename "$shown")" "$shown" >&2 || fail "README.md and examples/$(basename "$shown") differ"
+done
+for program in "$root"/examples/readme_*.cpp; do
+  [ -f "$work/readme/$(basename "$program")" ] || fail "README.md does not show examples/$(basename "$program")"
+done
 
 if [ ! -f "$build/CMakeCache.txt" ]; then
   cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -59,6 +83,16 @@ for example in "$cmake_example" "$pc_example"; do
   grep -q '^Folio fol_0003: 4 posting(s)' <<<"$out" || fail "$example did not print the folio"
   if "$example" "$url" wrong-token rsv_0003 >/dev/null 2>&1; then
     fail "$example succeeded with a wrong token"
+  fi
+done
+for program in "$work"/example/readme_*; do
+  [ -f "$program" ] && [ -x "$program" ] || continue
+  name="$(basename "$program")"
+  out="$("$program" "$url" sandbox-token rsv_0003)" || fail "$name exited $? against $url"
+  while IFS= read -r line; do echo "  $line"; done <<<"$out"
+  grep -q 'HLI-48240' <<<"$out" || fail "$name did not print the reservation (booking HLI-48240)"
+  if "$program" "$url" wrong-token rsv_0003 >/dev/null 2>&1; then
+    fail "$name succeeded with a wrong token"
   fi
 done
 say "OK"

@@ -1,131 +1,130 @@
 #include "PMSCommandLine.h"
 
+#include "PMSArgumentRules.h"
 #include "PMSDemo.h"
+#include "PMSFailureExplainer.h"
+#include "PMSOperationRunner.h"
 #include "PMSOutputPrinter.h"
 #include "PMSSandboxCommands.h"
 #include "PMSServiceConnection.h"
 #include "PMSSettings.h"
+#include "PMSUsage.h"
+#include "PMSWireLog.h"
 
 #include <VLMSDKCoreKit/VLMSDKConsoleLogger.h>
 
 #include <CLI/CLI.hpp>
 
-#include <cmath>
 #include <functional>
 #include <ostream>
 
 namespace {
 
-constexpr int kMaximumQuantity = 999;
+using Kind = PMSArgumentRules::Kind;
 
-using Action = std::function<int(const PMSOperationRunner&, const PMSOutputPrinter&, const PMSServiceConnection&)>;
+/// What a subcommand works with once the service is reached.
+struct Session {
+    const PMSOperationRunner& runner;
+    const PMSOutputPrinter& printer;
+    const PMSFailureExplainer& explainer;
+    const PMSServiceConnection& connection;
+};
+using Action = std::function<int(const Session&)>;
 
 // Prints the record of a successful outcome, or the failure; answers the exit status.
 template <class Result, class Print>
-int report(const char* operation, const PMSOutcome<Result>& outcome, const PMSOutputPrinter& printer, Print print) {
+int report(const Session& session, const char* operation, const std::optional<std::string>& reservationID,
+           const PMSOutcome<Result>& outcome, Print print) {
     if (!outcome.succeeded()) {
-        printer.printFailure(operation, *outcome.error);
+        session.printer.printFailure(session.explainer.explain(operation, outcome.error, reservationID));
         return PMSCommandLine::kOperationFailed;
     }
     print(outcome.result);
     return PMSCommandLine::kSucceeded;
 }
 
-int consoleLevel(int verbosity) {
-    if (verbosity <= 0) return 0;  // the tool reports every failure itself
-    return static_cast<int>(verbosity == 1 ? VLMSDKLogLevel::Info : VLMSDKLogLevel::Debug);
-}
-
-CLI::Validator itemValidator() {
-    return CLI::Validator(
-        [](std::string& text) -> std::string {
-            if (PMSCommandLine::parseItem(text)) return {};
-            return "'" + text + "' is not ITEM or ITEM:QTY with QTY a whole number from 1 to " +
-                   std::to_string(kMaximumQuantity);
-        },
-        "");
+std::vector<PMSChargeItem> items(const std::vector<std::string>& texts) {
+    std::vector<PMSChargeItem> parsed;
+    for (const auto& text : texts) parsed.push_back(*PMSArgumentRules::item(text));
+    return parsed;
 }
 
 }  // namespace
 
 PMSCommandLine::PMSCommandLine(std::ostream& out, std::ostream& err) : out_(out), err_(err) {}
 
-std::optional<PMSChargeItem> PMSCommandLine::parseItem(const std::string& text) {
-    const auto colon = text.rfind(':');
-    PMSChargeItem item{text.substr(0, colon), 1};
-    if (colon != std::string::npos) {
-        const std::string quantity = text.substr(colon + 1);
-        if (quantity.empty() || quantity.size() > 3) return std::nullopt;
-        int value = 0;
-        for (char digit : quantity) {
-            if (digit < '0' || digit > '9') return std::nullopt;
-            value = value * 10 + (digit - '0');
-        }
-        if (value < 1 || value > kMaximumQuantity) return std::nullopt;
-        item.quantity = value;
-    }
-    if (item.itemID.empty()) return std::nullopt;
-    return item;
-}
-
 int PMSCommandLine::run(int argc, const char* const* argv) {
     CLI::App app{"Runs the reservation operations of the property-management kit against a reservation service.\n"
                  "Without --base-url it uses the background local service (vlmsdk-pms sandbox start) or,\n"
                  "when none runs, starts one in-process for this command only."};
     app.name("vlmsdk-pms");
-    app.footer("Exit status: 0 done, 1 the operation failed, 2 usage error, 3 the local service did not start.");
-    app.require_subcommand(1);
+    app.footer("Exit status: 0 done, 1 the operation failed, 2 usage error (nothing was sent), 3 the local service "
+               "did not start or does not run.");
     app.fallthrough();
 
     PMSSettings settings;
     std::string baseURL;
     std::string token;
-    double timeoutSeconds = 30;
+    std::string timeout = "30";
     CLI::Option* baseURLOption =
         app.add_option("--base-url", baseURL, "The reservation service, e.g. http://127.0.0.1:8080/")
-            ->envname("VLMSDK_PMS_BASE_URL");
+            ->envname("VLMSDK_PMS_BASE_URL")
+            ->type_name("URL")
+            ->check(PMSUsage::rule(Kind::ServiceURL));
     CLI::Option* tokenOption =
         app.add_option("--token", token, "Bearer token to send (default: the local service's own token)")
-            ->envname("VLMSDK_PMS_TOKEN");
+            ->envname("VLMSDK_PMS_TOKEN")
+            ->type_name("TOKEN");
     std::string caFile;
     CLI::Option* caFileOption =
         app.add_option("--ca-file", caFile, "CA certificates (PEM) to trust instead of the system's")
             ->envname("VLMSDK_PMS_CA_FILE")
+            ->type_name("FILE")
             ->check(CLI::ExistingFile);
     app.add_flag("--json", settings.json, "Print one JSON document instead of text");
-    app.add_flag("-v,--verbose", settings.verbosity, "Show the SDK's log lines (twice: debug lines too)");
-    app.add_option("--timeout", timeoutSeconds, "Seconds one operation may take")
-        ->check(CLI::PositiveNumber)
+    app.add_flag("-v,--verbose", settings.verbosity,
+                 "Show each HTTP request on standard error (twice: with headers and bodies)");
+    app.add_option("--timeout", timeout, "Seconds one operation may take")
+        ->type_name("SECONDS")
+        ->check(PMSUsage::rule(Kind::Seconds))
         ->capture_default_str();
-    app.set_version_flag("--version", std::string("vlmsdk-pms ") + VLMSDK_PMS_VERSION);
+    bool version = false;
+    app.add_flag("--version", version, "Print the version and exit");
 
     Action action;
+    std::string reservationID;
+    auto addID = [&reservationID](CLI::App* command) {
+        command->add_option("ID", reservationID, "The reservation's platform identifier")
+            ->required()
+            ->check(PMSUsage::rule(Kind::Identifier));
+    };
 
     CLI::App* create = app.add_subcommand("create", "Create the reservation on the platform from a hotel booking");
     std::string confirmation;
     std::string venue;
     std::string lastName;
-    create->add_option("--confirmation", confirmation, "The hotel's confirmation number")->required();
-    create->add_option("--venue", venue, "The venue's platform identifier")->required();
-    create->add_option("--last-name", lastName, "Last name the booking was made under")->required();
+    create->add_option("--confirmation", confirmation, "The hotel's confirmation number")
+        ->required()
+        ->check(PMSUsage::rule(Kind::Text));
+    create->add_option("--venue", venue, "The venue's platform identifier")
+        ->required()
+        ->check(PMSUsage::rule(Kind::Identifier));
+    create->add_option("--last-name", lastName, "Last name the booking was made under")
+        ->required()
+        ->check(PMSUsage::rule(Kind::Text));
     create->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer, const PMSServiceConnection&) {
-            return report("create", runner.createReservation(confirmation, venue, lastName), printer,
-                          [&](const auto& reservation) { printer.printReservation(*reservation); });
+        action = [&](const Session& session) {
+            return report(session, "create", std::nullopt, session.runner.createReservation(confirmation, venue, lastName),
+                          [&](const auto& reservation) { session.printer.printReservation(*reservation); });
         };
     });
-
-    std::string reservationID;
-    auto addID = [&reservationID](CLI::App* command) {
-        command->add_option("ID", reservationID, "The reservation's platform identifier")->required();
-    };
 
     CLI::App* fetch = app.add_subcommand("fetch", "Fetch a reservation");
     addID(fetch);
     fetch->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer, const PMSServiceConnection&) {
-            return report("fetch", runner.fetchReservation(reservationID), printer,
-                          [&](const auto& reservation) { printer.printReservation(*reservation); });
+        action = [&](const Session& session) {
+            return report(session, "fetch", reservationID, session.runner.fetchReservation(reservationID),
+                          [&](const auto& reservation) { session.printer.printReservation(*reservation); });
         };
     });
 
@@ -135,51 +134,59 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     confirm->add_flag("--notify,!--no-notify", notify,
                       "Ask (or not) to be told when mobile check-in opens (default: --notify)");
     confirm->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer, const PMSServiceConnection&) {
-            return report("confirm", runner.confirmReservation(reservationID, notify), printer,
-                          [&](const auto& reservation) { printer.printReservation(*reservation); });
+        action = [&](const Session& session) {
+            return report(session, "confirm", reservationID, session.runner.confirmReservation(reservationID, notify),
+                          [&](const auto& reservation) { session.printer.printConfirmation(*reservation, notify); });
         };
     });
 
     CLI::App* checkin = app.add_subcommand("checkin", "Perform mobile check-in");
     addID(checkin);
     checkin->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer, const PMSServiceConnection&) {
-            return report("checkin", runner.checkin(reservationID), printer,
-                          [&](const auto& reservation) { printer.printReservation(*reservation); });
+        action = [&](const Session& session) {
+            return report(session, "checkin", reservationID, session.runner.checkin(reservationID),
+                          [&](const auto& reservation) { session.printer.printReservation(*reservation); });
         };
     });
 
     CLI::App* checkout = app.add_subcommand("checkout", "Perform mobile check-out");
     addID(checkout);
     checkout->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer, const PMSServiceConnection&) {
-            return report("checkout", runner.checkout(reservationID), printer,
-                          [&](bool success) { printer.printCheckout(reservationID, success); });
+        action = [&](const Session& session) {
+            return report(session, "checkout", reservationID, session.runner.checkout(reservationID),
+                          [&](bool success) { session.printer.printCheckout(reservationID, success); });
         };
     });
 
     CLI::App* pay = app.add_subcommand("pay", "Pay for a reservation with a stored card");
     addID(pay);
     std::string card;
-    double amount = 0;
+    std::string amount;
     std::string currency = "USD";
-    pay->add_option("--card", card, "The stored card's identifier")->required();
-    pay->add_option("--amount", amount, "Amount to pay, e.g. 61.00")->required();
-    pay->add_option("--currency", currency, "Currency code of the amount")->capture_default_str();
+    pay->add_option("--card", card, "The stored card's identifier")->required()->type_name("CARD")->check(PMSUsage::rule(Kind::Identifier));
+    pay->add_option("--amount", amount, "Amount to pay, above 0 with at most two decimals, e.g. 61.00")
+        ->required()
+        ->type_name("AMOUNT")
+        ->check(PMSUsage::rule(Kind::Amount));
+    pay->add_option("--currency", currency, "Three-letter code of the amount's currency")
+        ->type_name("CODE")
+        ->check(PMSUsage::rule(Kind::Currency))
+        ->capture_default_str();
     pay->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer, const PMSServiceConnection&) {
-            return report("pay", runner.pay(reservationID, card, amount, currency), printer,
-                          [&](const auto& result) { printer.printPayment(*result); });
+        action = [&](const Session& session) {
+            const auto result = session.runner.pay(reservationID, card, *PMSArgumentRules::amount(amount),
+                                                   *PMSArgumentRules::currency(currency));
+            return report(session, "pay", reservationID, result,
+                          [&](const auto& payment) { session.printer.printPayment(*payment); });
         };
     });
 
     CLI::App* folio = app.add_subcommand("folio", "Fetch a reservation's master bill");
     addID(folio);
     folio->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer, const PMSServiceConnection&) {
-            return report("folio", runner.fetchFolio(reservationID), printer,
-                          [&](const auto& bill) { printer.printFolio(*bill); });
+        action = [&](const Session& session) {
+            return report(session, "folio", reservationID, session.runner.fetchFolio(reservationID),
+                          [&](const auto& bill) { session.printer.printFolio(*bill); });
         };
     });
 
@@ -189,58 +196,72 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     charge->add_option("ITEM", itemTexts, "Catalog item to charge, with a quantity (default 1): ITEM[:QTY]")
         ->required()
         ->type_name("ITEM[:QTY]")
-        ->check(itemValidator());
+        ->check(PMSUsage::rule(Kind::Item));
     charge->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer, const PMSServiceConnection&) {
-            std::vector<PMSChargeItem> items;
-            for (const auto& text : itemTexts) items.push_back(*parseItem(text));
-            return report("charge", runner.charge(reservationID, items), printer,
-                          [&](const auto& bill) { printer.printFolio(*bill); });
+        action = [&](const Session& session) {
+            return report(session, "charge", reservationID, session.runner.charge(reservationID, items(itemTexts)),
+                          [&](const auto& bill) { session.printer.printFolio(*bill); });
         };
     });
 
     CLI::App* demo = app.add_subcommand("demo", "Walk one guest's stay from booking to check-out");
     PMSDemoPlan plan;
     std::vector<std::string> demoItems;
-    demo->add_option("--confirmation", plan.confirmationNumber, "The booking's confirmation number")
-        ->capture_default_str();
-    demo->add_option("--venue", plan.venueID, "The booking's venue")->capture_default_str();
-    demo->add_option("--last-name", plan.lastName, "Last name on the booking")->capture_default_str();
-    demo->add_option("--card", plan.creditCardID, "Stored card that pays the balance")->capture_default_str();
-    demo->add_option("--item", demoItems, "Item to charge (default: itm_breakfast:2 itm_parking)")
+    CLI::Option* demoConfirmation =
+        demo->add_option("--confirmation", plan.confirmationNumber,
+                         "A booking of your own to walk (default: the first seeded one still before check-in)")
+            ->check(PMSUsage::rule(Kind::Text));
+    demoConfirmation->needs(demo->add_option("--venue", plan.venueID, "Its venue")->check(PMSUsage::rule(Kind::Identifier)),
+                            demo->add_option("--last-name", plan.lastName, "The last name on it")
+                                ->check(PMSUsage::rule(Kind::Text)),
+                            demo->add_option("--card", plan.creditCardID, "The stored card that pays its balance")
+                                ->check(PMSUsage::rule(Kind::Identifier)));
+    demo->add_option("--item", demoItems, "With --confirmation: an item to charge")
         ->type_name("ITEM[:QTY]")
-        ->check(itemValidator());
+        ->check(PMSUsage::rule(Kind::Item))
+        ->needs(demoConfirmation);
     demo->callback([&] {
-        action = [&](const PMSOperationRunner& runner, const PMSOutputPrinter& printer,
-                     const PMSServiceConnection& connection) {
-            if (!demoItems.empty()) {
-                plan.items.clear();
-                for (const auto& text : demoItems) plan.items.push_back(*parseItem(text));
-            }
-            PMSDemo walk(runner, printer, connection.baseURL(), connection.isEmbedded());
-            return walk.run(plan) ? kSucceeded : kOperationFailed;
+        action = [&](const Session& session) {
+            plan.items = items(demoItems);
+            PMSDemo walk(session.runner, session.printer, session.explainer, session.connection);
+            const bool walked = walk.run(demoConfirmation->count() > 0 ? std::vector<PMSDemoPlan>{plan}
+                                                                      : PMSDemo::seededBookings());
+            return walked ? kSucceeded : kOperationFailed;
         };
     });
 
     PMSSandboxCommands sandboxCommands(app, out_, err_);
+    // Set last, so that no subcommand inherits it: a word no subcommand takes is reported below by name.
+    app.allow_extras();
 
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help, out_, err_) == 0 ? kSucceeded : kUsageError;
     } catch (const CLI::ParseError& error) {
-        // Help and version are "errors" with status 0; every real usage error exits 2.
-        const int status = app.exit(error, out_, err_);
-        return status == static_cast<int>(CLI::ExitCodes::Success) ? kSucceeded : kUsageError;
+        err_ << PMSUsage::line(app, error) << '\n';
+        return kUsageError;
+    }
+    if (version) {
+        out_ << "vlmsdk-pms " << VLMSDK_PMS_VERSION << '\n';
+        return kSucceeded;
+    }
+    if (const std::string problem = PMSUsage::leftoverLine(app); !problem.empty()) {
+        err_ << problem << '\n';
+        return kUsageError;
     }
 
     if (baseURLOption->count() > 0 || !baseURL.empty()) settings.baseURL = baseURL;
     if (tokenOption->count() > 0 || !token.empty()) settings.token = token;
     if (caFileOption->count() > 0 || !caFile.empty()) settings.caFile = caFile;
-    settings.timeout = std::chrono::milliseconds(std::llround(timeoutSeconds * 1000.0));
-    VLMSDKConsoleLogger::sharedLogger().setMaximumLevel(consoleLevel(settings.verbosity));
+    settings.timeout = *PMSArgumentRules::seconds(timeout);
+    // The tool reports every failure itself, once; -v shows the wire instead of the SDK's log lines.
+    VLMSDKConsoleLogger::sharedLogger().setMaximumLevel(0);
     if (sandboxCommands.selected()) return sandboxCommands.run(settings);
 
     std::string problem;
-    std::unique_ptr<PMSServiceConnection> connection = PMSServiceConnection::open(settings, &problem);
+    const PMSWireLog wireLog(err_, settings.verbosity);
+    std::unique_ptr<PMSServiceConnection> connection = PMSServiceConnection::open(settings, wireLog.observer(), &problem);
     if (!connection) {
         err_ << "vlmsdk-pms: " << problem << '\n';
         return kServiceUnavailable;
@@ -248,5 +269,6 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     if (!connection->notice().empty()) err_ << "vlmsdk-pms: " << connection->notice() << '\n';
     const PMSOperationRunner runner(connection->apiManager(), settings.timeout);
     const PMSOutputPrinter printer(out_, err_, settings.json);
-    return action(runner, printer, *connection);
+    const PMSFailureExplainer explainer(runner, connection->shownURL());
+    return action(Session{runner, printer, explainer, *connection});
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PMSChargeItem.h"
+
 #include <VLMSDKPMSKit/Public/API/Responses/VLMSDKPayForReservationResult.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolio.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservation.h>
@@ -20,12 +22,6 @@ struct PMSOutcome {
     VLMErrorPtr error;
 
     bool succeeded() const { return error == nullptr; }
-};
-
-/// One item to charge: the venue's catalog identifier and how many.
-struct PMSChargeItem {
-    std::string itemID;
-    int quantity = 1;
 };
 
 /// Runs the kit's reservation operations one at a time, the way a console host does: the operation is

@@ -1,6 +1,9 @@
 #include "PMSOutputPrinter.h"
 
+#include "PMSFailure.h"
 #include "PMSRecordJSON.h"
+#include "PMSRedaction.h"
+#include "PMSShownText.h"
 
 #include <VLMSDKPMSKit/Public/API/Responses/VLMSDKPayForReservationResult.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolio.h>
@@ -18,15 +21,16 @@
 
 namespace {
 
-constexpr const char* kAbsent = "-";
-
-std::string text(const std::optional<std::string>& value) { return value ? *value : kAbsent; }
+// Text from the service, safe for a terminal.
+std::string shown(const std::optional<std::string>& value) { return value ? PMSShownText::line(*value) : ""; }
 
 // "Label:" padded so that every value of the block starts in the same column; a value with several lines
-// continues in that column.
+// continues in that column. A value the reply did not hold leaves its line out.
 class FieldBlock {
 public:
-    void add(std::string label, std::string value) { fields_.emplace_back(std::move(label), std::move(value)); }
+    void add(std::string label, std::optional<std::string> value) {
+        if (value) fields_.emplace_back(std::move(label), std::move(*value));
+    }
 
     std::string render(const std::string& indent) const {
         std::size_t width = 0;
@@ -50,26 +54,44 @@ private:
     std::vector<std::pair<std::string, std::string>> fields_;
 };
 
-std::string stay(const VLMSDKReservation& reservation) {
-    auto day = [](const std::optional<VLMSDKDate>& date) { return date ? PMSRecordJSON::date(*date) : kAbsent; };
-    return day(reservation.checkinDate()) + " to " + day(reservation.checkoutDate());
+std::optional<std::string> text(const std::optional<std::string>& value) {
+    if (!value) return std::nullopt;
+    return shown(value);
 }
 
-std::string room(const VLMSDKReservation& reservation) {
+std::optional<std::string> money(const std::optional<double>& value, const std::optional<std::string>& currency) {
+    if (!value) return std::nullopt;
+    return PMSOutputPrinter::amount(*value, currency ? std::optional<std::string>(shown(currency)) : std::nullopt);
+}
+
+std::optional<std::string> stay(const VLMSDKReservation& reservation) {
+    const auto& from = reservation.checkinDate();
+    const auto& to = reservation.checkoutDate();
+    if (from && to) return PMSRecordJSON::date(*from) + " to " + PMSRecordJSON::date(*to);
+    if (from) return "from " + PMSRecordJSON::date(*from);
+    if (to) return "until " + PMSRecordJSON::date(*to);
+    return std::nullopt;
+}
+
+std::optional<std::string> room(const VLMSDKReservation& reservation) {
     const auto& number = reservation.roomNumber();
-    if (!number) return kAbsent;
-    return number->empty() ? "not assigned yet" : *number;
+    if (!number) return std::nullopt;
+    return number->empty() ? "not assigned yet" : shown(number);
 }
 
-std::string guests(const VLMSDKReservation& reservation) {
+std::optional<std::string> guests(const VLMSDKReservation& reservation) {
     std::string lines;
     for (const auto& guest : reservation.guests()) {
         if (!guest) continue;
+        std::string name = shown(guest->firstName());
+        if (guest->lastName()) name += (name.empty() ? "" : " ") + shown(guest->lastName());
+        if (guest->profileCode()) name += (name.empty() ? "" : " ") + ("(profile " + shown(guest->profileCode()) + ")");
+        if (name.empty()) continue;
         if (!lines.empty()) lines += '\n';
-        lines += text(guest->firstName()) + " " + text(guest->lastName());
-        if (guest->profileCode()) lines += " (profile " + *guest->profileCode() + ")";
+        lines += name;
     }
-    return lines.empty() ? "none listed" : lines;
+    if (lines.empty()) return std::nullopt;
+    return lines;
 }
 
 std::string status(const VLMSDKReservation& reservation) {
@@ -79,21 +101,34 @@ std::string status(const VLMSDKReservation& reservation) {
     case VLMSDKReservationStatusCheckedOut: return "checked out";
     case VLMSDKReservationStatusUnknown: break;
     }
-    return "unknown (" + text(reservation.statusStringRepresentation()) + ")";
+    const auto& given = reservation.statusStringRepresentation();
+    return given ? "in a state this tool does not know (" + shown(given) + ")" : "of a status the reply did not give";
+}
+
+std::string mobileCheckin(const VLMSDKReservation& reservation) {
+    return reservation.isMobileCheckinOpen() ? "open" : "not open";
 }
 
 }  // namespace
 
 PMSOutputPrinter::PMSOutputPrinter(std::ostream& out, std::ostream& err, bool json) : out_(out), err_(err), json_(json) {}
 
-std::string PMSOutputPrinter::amount(const std::optional<double>& value, const std::optional<std::string>& currency) {
-    if (!value) return kAbsent;
+std::string PMSOutputPrinter::amount(double value, const std::optional<std::string>& currency) {
     char number[64];
     // Two decimals; a negative zero from rounding reads as 0.00.
-    double shown = std::round(*value * 100.0) / 100.0;
-    if (shown == 0.0) shown = 0.0;
-    std::snprintf(number, sizeof number, "%.2f", shown);
+    double rounded = std::round(value * 100.0) / 100.0;
+    if (rounded == 0.0) rounded = 0.0;
+    std::snprintf(number, sizeof number, "%.2f", rounded);
     return currency ? std::string(number) + " " + *currency : std::string(number);
+}
+
+std::string PMSOutputPrinter::stateText(const VLMSDKReservation& reservation) {
+    std::string details = "mobile check-in " + mobileCheckin(reservation);
+    if (const auto number = room(reservation)) details = "room " + *number + ", " + details;
+    if (const auto left = money(reservation.remainPriceAmountToPay(), reservation.priceCurrencyCode())) {
+        details += ", " + *left + " left to pay";
+    }
+    return status(reservation) + " (" + details + ")";
 }
 
 std::string PMSOutputPrinter::reservationText(const VLMSDKReservation& reservation, const std::string& indent) {
@@ -109,10 +144,10 @@ std::string PMSOutputPrinter::reservationText(const VLMSDKReservation& reservati
     block.add("Check-in record", text(reservation.checkinVelmoraID()));
     block.add("Stay", stay(reservation));
     block.add("Room", room(reservation));
-    block.add("Mobile check-in", reservation.isMobileCheckinOpen() ? "open" : "not open");
-    block.add("Total stay price", amount(reservation.totalStayPriceAmount(), currency));
-    block.add("Left to pay", amount(reservation.remainPriceAmountToPay(), currency));
-    block.add("Paid, not yet synced", amount(reservation.notSyncedPaidPriceAmount(), currency));
+    block.add("Mobile check-in", mobileCheckin(reservation));
+    block.add("Total stay price", money(reservation.totalStayPriceAmount(), currency));
+    block.add("Left to pay", money(reservation.remainPriceAmountToPay(), currency));
+    block.add("Paid, not yet synced", money(reservation.notSyncedPaidPriceAmount(), currency));
     block.add("Notes", text(reservation.reservationInfo()));
     block.add("Guests", guests(reservation));
     return block.render(indent);
@@ -123,21 +158,22 @@ std::string PMSOutputPrinter::reservationSummaryText(const VLMSDKReservation& re
     block.add("Reservation", text(reservation.velmoraID()));
     block.add("Status", status(reservation));
     block.add("Room", room(reservation));
-    block.add("Mobile check-in", reservation.isMobileCheckinOpen() ? "open" : "not open");
-    block.add("Left to pay", amount(reservation.remainPriceAmountToPay(), reservation.priceCurrencyCode()));
+    block.add("Mobile check-in", mobileCheckin(reservation));
+    block.add("Left to pay", money(reservation.remainPriceAmountToPay(), reservation.priceCurrencyCode()));
     return block.render(indent);
 }
 
 std::string PMSOutputPrinter::folioText(const VLMSDKFolio& folio, const std::string& indent) {
     FieldBlock block;
     block.add("Folio", text(folio.folioID()));
-    block.add("Outstanding", amount(folio.outstandingAmount(), folio.paymentCurrency()));
+    block.add("Outstanding", money(folio.outstandingAmount(), folio.paymentCurrency()));
     std::string result = block.render(indent);
 
     std::vector<std::vector<std::string>> rows{{"Code", "Posting", "Amount"}};
     for (const auto& posting : folio.deliverables()) {
         if (!posting) continue;
-        rows.push_back({text(posting->code()), text(posting->name()), amount(posting->price(), posting->currency())});
+        rows.push_back({shown(posting->code()), shown(posting->name()),
+                        money(posting->price(), posting->currency()).value_or("")});
     }
     if (rows.size() == 1) return result + indent + "No postings.\n";
 
@@ -165,27 +201,40 @@ std::string PMSOutputPrinter::folioText(const VLMSDKFolio& folio, const std::str
 
 std::string PMSOutputPrinter::paymentText(const VLMSDKPayForReservationResult& result, const std::string& indent) {
     FieldBlock block;
+    std::string missing;
     if (const auto& transaction = result.paymentTransaction()) {
         block.add("Transaction", text(transaction->velmoraID()));
         block.add("Payment status", text(transaction->status()));
-        block.add("Amount", amount(transaction->amount(), transaction->currencyCode()));
-        block.add("Card", text(transaction->creditCardID()));
-        block.add("Made at", transaction->createdAt() ? PMSRecordJSON::time(*transaction->createdAt()) : kAbsent);
+        block.add("Amount", money(transaction->amount(), transaction->currencyCode()));
+        if (const auto& card = transaction->creditCardID()) block.add("Card", PMSRedaction::cardID(*card));
+        if (const auto& made = transaction->createdAt()) block.add("Made at", PMSRecordJSON::time(*made));
     } else {
-        block.add("Transaction", "not in the reply");
+        missing += indent + "The payment went through; the reply described no transaction.\n";
     }
     if (const auto& reservation = result.reservation()) {
         block.add("Reservation", text(reservation->velmoraID()));
-        block.add("Left to pay", amount(reservation->remainPriceAmountToPay(), reservation->priceCurrencyCode()));
+        block.add("Left to pay", money(reservation->remainPriceAmountToPay(), reservation->priceCurrencyCode()));
     } else {
-        block.add("Reservation", "not in the reply");
+        missing += indent + "The reply did not say what is left to pay.\n";
     }
-    return block.render(indent);
+    return block.render(indent) + missing;
 }
 
 void PMSOutputPrinter::printReservation(const VLMSDKReservation& reservation) const {
     if (json_) return writeJSON(PMSRecordJSON::reservation(reservation));
     writeText(reservationText(reservation, ""));
+}
+
+void PMSOutputPrinter::printConfirmation(const VLMSDKReservation& reservation, bool notifyAboutMobileCheckinOpen) const {
+    if (json_) {
+        PMSJSON document = PMSRecordJSON::reservation(reservation);
+        document["notifyAboutMobileCheckinOpen"] = notifyAboutMobileCheckinOpen;
+        return writeJSON(document);
+    }
+    writeText(std::string(notifyAboutMobileCheckinOpen
+                              ? "Confirmed; the guest will be told when mobile check-in opens.\n"
+                              : "Confirmed, without asking to be told when mobile check-in opens.\n") +
+              reservationText(reservation, ""));
 }
 
 void PMSOutputPrinter::printFolio(const VLMSDKFolio& folio) const {
@@ -203,9 +252,9 @@ void PMSOutputPrinter::printCheckout(const std::string& reservationID, bool succ
     writeText("Reservation " + reservationID + (success ? " is checked out.\n" : " was not checked out.\n"));
 }
 
-void PMSOutputPrinter::printFailure(const std::string& operation, const VLMError& error) const {
-    writeFailure(operation, error);
-    if (json_) writeJSON({{"operation", operation}, {"error", PMSRecordJSON::error(error)}});
+void PMSOutputPrinter::printFailure(const PMSFailure& failure) const {
+    if (json_) return writeJSON(failure.document());
+    writeNotice(failure.line());
 }
 
 void PMSOutputPrinter::writeJSON(const PMSJSON& document) const {
@@ -219,9 +268,7 @@ void PMSOutputPrinter::writeText(const std::string& text) const {
     out_.flush();
 }
 
-void PMSOutputPrinter::writeFailure(const std::string& operation, const VLMError& error) const {
-    err_ << "vlmsdk-pms: " << operation << " failed: " << error.developerMessage() << '\n';
-    if (error.httpStatusCode()) err_ << "  HTTP status:    " << *error.httpStatusCode() << '\n';
-    if (error.serverMessage()) err_ << "  Server message: " << *error.serverMessage() << '\n';
+void PMSOutputPrinter::writeNotice(const std::string& line) const {
+    err_ << line << '\n';
     err_.flush();
 }

@@ -1,5 +1,7 @@
 #include "PMSRecordJSON.h"
 
+#include "PMSRedaction.h"
+
 #include <VLMSDKPMSKit/Public/API/Responses/VLMSDKPayForReservationResult.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolio.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolioDeliverableItem.h>
@@ -110,7 +112,8 @@ PMSJSON PMSRecordJSON::transaction(const VLMSDKPaymentTransaction& transaction) 
         {"status", orNull(transaction.status())},
         {"amount", number(transaction.amount())},
         {"currencyCode", orNull(transaction.currencyCode())},
-        {"creditCardID", orNull(transaction.creditCardID())},
+        {"creditCardID",
+         transaction.creditCardID() ? PMSJSON(PMSRedaction::cardID(*transaction.creditCardID())) : PMSJSON(nullptr)},
         {"createdAt", transaction.createdAt() ? PMSJSON(time(*transaction.createdAt())) : PMSJSON(nullptr)},
     };
 }
@@ -120,17 +123,6 @@ PMSJSON PMSRecordJSON::payment(const VLMSDKPayForReservationResult& result) {
         {"paymentTransaction",
          result.paymentTransaction() ? transaction(*result.paymentTransaction()) : PMSJSON(nullptr)},
         {"reservation", result.reservation() ? reservation(*result.reservation()) : PMSJSON(nullptr)},
-    };
-}
-
-PMSJSON PMSRecordJSON::error(const VLMError& error) {
-    return {
-        {"domain", error.domain()},
-        {"code", codeName(error.code())},
-        {"developerMessage", error.developerMessage()},
-        {"userMessage", error.userMessage()},
-        {"httpStatusCode", orNull(error.httpStatusCode())},
-        {"serverMessage", orNull(error.serverMessage())},
     };
 }
 

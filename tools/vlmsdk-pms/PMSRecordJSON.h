@@ -18,7 +18,8 @@ class VLMSDKPayForReservationResult;
 using PMSJSON = nlohmann::ordered_json;
 
 /// The records as the tool prints them with --json: one member per property, named as the property,
-/// an absent value as null, dates as "YYYY-MM-DD", times as "YYYY-MM-DDTHH:MM:SSZ".
+/// an absent value as null, dates as "YYYY-MM-DD", times as "YYYY-MM-DDTHH:MM:SSZ", a card id as PMSRedaction
+/// shows it.
 class PMSRecordJSON {
 public:
     static PMSJSON reservation(const VLMSDKReservation& reservation);
@@ -28,8 +29,6 @@ public:
     static PMSJSON transaction(const VLMSDKPaymentTransaction& transaction);
     /// {"paymentTransaction": ..., "reservation": ...}; a part the reply lacked is null.
     static PMSJSON payment(const VLMSDKPayForReservationResult& result);
-    /// {"domain", "code" (the code's name), "developerMessage", "userMessage", "httpStatusCode", "serverMessage"}.
-    static PMSJSON error(const VLMError& error);
 
     /// "HTTPStatus", "Transport", ...: the name of the error code as the errors library spells it.
     static std::string codeName(VLMErrorCode code);

@@ -1,6 +1,10 @@
 #include "PMSSandboxCommands.h"
 
+#include "PMSArgumentRules.h"
 #include "PMSBackgroundSandbox.h"
+#include "PMSServiceURL.h"
+#include "PMSShownText.h"
+#include "PMSUsage.h"
 
 #include <pmssandbox/SandboxClient.h>
 
@@ -87,8 +91,8 @@ PMSSandboxCommands::PMSSandboxCommands(CLI::App& app, std::ostream& out, std::os
     log_->add_option("--limit", limit_, "How many of the latest requests to show first")
         ->check(CLI::Range(1, 1000))
         ->capture_default_str();
-    log_->add_option("--for", followSeconds_, "With --follow: stop after this many seconds")
-        ->check(CLI::PositiveNumber)
+    log_->add_option("--for", followFor_, "With --follow: stop after this many seconds")
+        ->check(PMSUsage::rule(PMSArgumentRules::Kind::Seconds))
         ->capture_default_str();
 
     fault_ = group_->add_subcommand("fault", "List, add or clear fault switches");
@@ -113,6 +117,7 @@ PMSSandboxCommands::PMSSandboxCommands(CLI::App& app, std::ostream& out, std::os
 bool PMSSandboxCommands::selected() const { return group_->parsed(); }
 
 int PMSSandboxCommands::run(const PMSSettings& settings) {
+    json_ = settings.json;
     if (start_->parsed()) return start(settings);
     if (stop_->parsed()) return stop();
     if (status_->parsed()) return status(settings);
@@ -123,7 +128,7 @@ std::optional<PMSSandboxCommands::Target> PMSSandboxCommands::target(const PMSSe
     if (settings.baseURL) return Target{*settings.baseURL, settings.token.value_or(PMSBackgroundSandbox::kDefaultToken)};
     if (auto running = PMSBackgroundSandbox().running())
         return Target{running->url, settings.token.value_or(running->token)};
-    err_ << "vlmsdk-pms: no background pms-sandbox is running; start one with: vlmsdk-pms sandbox start\n";
+    fail(kNotRunning, "no background pms-sandbox is running; start one with: vlmsdk-pms sandbox start");
     return std::nullopt;
 }
 
@@ -132,7 +137,9 @@ std::optional<json> PMSSandboxCommands::call(const Target& target, const std::st
     pmssandbox::SandboxClient client(target.url, target.token, kAdminTimeout);
     const auto reply = client.send(method, "/_sandbox/" + route, body);
     if (reply.status == 0) {
-        err_ << "vlmsdk-pms: sandbox " << route << ": no reply from " << target.url << " (" << reply.error << ")\n";
+        const auto url = PMSServiceURL::parse(target.url);
+        fail(kFailed, "no reply from " + (url ? url->shown() : std::string("the service")) + ": " +
+                          PMSShownText::line(reply.error));
         return std::nullopt;
     }
     json document = json::parse(reply.body, nullptr, false);
@@ -140,7 +147,7 @@ std::optional<json> PMSSandboxCommands::call(const Target& target, const std::st
         const std::string message = document.is_object() && document.contains("error")
                                         ? text(document["error"].value("message", json()))
                                         : reply.body;
-        err_ << "vlmsdk-pms: sandbox " << route << " failed: HTTP " << reply.status << ": " << message << '\n';
+        fail(kFailed, "HTTP " + std::to_string(reply.status) + ": " + PMSShownText::line(message));
         return std::nullopt;
     }
     return document;
@@ -148,21 +155,27 @@ std::optional<json> PMSSandboxCommands::call(const Target& target, const std::st
 
 int PMSSandboxCommands::start(const PMSSettings& settings) const {
     if (settings.baseURL) {
-        err_ << "vlmsdk-pms: sandbox start runs a local service; it takes no --base-url\n";
+        err_ << "vlmsdk-pms: sandbox start: runs a local service, so it takes no --base-url\n";
         return kUsageError;
     }
     const PMSBackgroundSandbox background;
     const bool already = background.running().has_value();
     std::string error;
     const auto started = background.start(port_, settings.token.value_or(PMSBackgroundSandbox::kDefaultToken), error);
-    if (!started) {
-        err_ << "vlmsdk-pms: " << error << '\n';
-        return kNotRunning;
-    }
+    if (!started) return fail(kNotRunning, error);
     const std::string origin = started->url.substr(0, started->url.find('/', started->url.find("://") + 3));
+    const std::string dashboard = origin + "/#token=" + started->token;
+    if (json_) {
+        out_ << json{{"running", true},          {"already_running", already},        {"pid", started->pid},
+                     {"url", started->url},      {"dashboard", dashboard},            {"state_file", started->stateFile},
+                     {"log_file", started->logFile}}
+                    .dump(2)
+             << '\n';
+        return kSucceeded;
+    }
     out_ << "pms-sandbox " << (already ? "already running" : "running") << " at " << started->url << " (pid "
          << started->pid << ")\n"
-         << "dashboard: " << origin << "/#token=" << started->token << '\n'
+         << "dashboard: " << dashboard << '\n'
          << "state:     " << started->stateFile << '\n'
          << "requests:  " << started->logFile << '\n';
     return kSucceeded;
@@ -171,12 +184,16 @@ int PMSSandboxCommands::start(const PMSSettings& settings) const {
 int PMSSandboxCommands::stop() const {
     std::optional<PMSBackgroundSandbox::Record> stopped;
     std::string error;
-    if (!PMSBackgroundSandbox().stop(stopped, error)) {
-        err_ << "vlmsdk-pms: " << error << '\n';
-        return kFailed;
+    if (!PMSBackgroundSandbox().stop(stopped, error)) return fail(kFailed, error);
+    if (json_) {
+        json document = {{"stopped", stopped.has_value()}};
+        if (stopped) document["pid"] = stopped->pid;
+        out_ << document.dump(2) << '\n';
+    } else if (stopped) {
+        out_ << "pms-sandbox stopped (pid " << stopped->pid << ")\n";
+    } else {
+        out_ << "pms-sandbox is not running\n";
     }
-    if (stopped) out_ << "pms-sandbox stopped (pid " << stopped->pid << ")\n";
-    else out_ << "pms-sandbox is not running\n";
     return kSucceeded;
 }
 
@@ -251,7 +268,7 @@ int PMSSandboxCommands::follow(const Target& target, const PMSSettings& settings
     std::signal(SIGINT, [](int) { interrupted = 1; });
     std::uint64_t shown = 0;  // requests up to this sequence are printed
     std::string route = "requests?limit=" + std::to_string(limit_);
-    const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(followSeconds_);
+    const auto until = std::chrono::steady_clock::now() + *PMSArgumentRules::seconds(followFor_);
     while (!interrupted && std::chrono::steady_clock::now() < until) {
         const auto document = call(target, "GET", route);
         if (!document) return kFailed;
@@ -267,10 +284,28 @@ int PMSSandboxCommands::follow(const Target& target, const PMSSettings& settings
     return kSucceeded;
 }
 
+std::string PMSSandboxCommands::chosenName() const {
+    std::string name = "sandbox";
+    for (const CLI::App* command = group_; !command->get_subcommands().empty();) {
+        command = command->get_subcommands().front();
+        name += " " + command->get_name();
+    }
+    return name;
+}
+
+int PMSSandboxCommands::fail(int status, const std::string& message) const {
+    if (json_) {
+        out_ << json{{"error", {{"operation", chosenName()}, {"message", message}}}}.dump(2) << '\n';
+    } else {
+        err_ << "vlmsdk-pms: " << chosenName() << " failed: " << message << '\n';
+    }
+    return status;
+}
+
 std::optional<std::string> PMSSandboxCommands::faultBody() const {
     const int actions = int{faultStatus_.has_value()} + int{dropConnection_} + int{dropReply_} + int{notJson_};
     if (actions > 1 || (actions == 0 && delayMs_ == 0)) {
-        err_ << "vlmsdk-pms: sandbox fault add takes one of --status, --drop-connection, --drop-reply, --not-json, "
+        err_ << "vlmsdk-pms: sandbox fault add: takes one of --status, --drop-connection, --drop-reply, --not-json, "
                 "or only --delay\n";
         return std::nullopt;
     }

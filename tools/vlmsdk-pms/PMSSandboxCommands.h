@@ -40,6 +40,10 @@ private:
     int admin(const PMSSettings& settings);
     int follow(const Target& target, const PMSSettings& settings) const;
     std::optional<std::string> faultBody() const;
+    /// Reports a failure of the chosen subcommand: a line on the error stream, or with --json a document
+    /// {"error": {"operation", "message"}} on the output stream. Answers `status`.
+    int fail(int status, const std::string& message) const;
+    std::string chosenName() const;
 
     std::ostream& out_;
     std::ostream& err_;
@@ -59,7 +63,8 @@ private:
     int port_;
     bool follow_ = false;
     int limit_ = 50;
-    double followSeconds_ = 3600;
+    std::string followFor_ = "3600";
+    bool json_ = false;
     std::optional<int> faultStatus_;
     int retryAfter_ = 0;
     bool dropConnection_ = false;

@@ -1,12 +1,14 @@
 #include "PMSServiceConnection.h"
 
+#include "PMSBackgroundSandbox.h"
+#include "PMSServiceURL.h"
+
 #include <VLMSDKCoreKit/VLMSDKConfiguration.h>
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 #include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
 #include <VLMSDKPMSKit/Public/VLMSDKPMS.h>
 
-#include "PMSBackgroundSandbox.h"
-
+#include <pmssandbox/SandboxClient.h>
 #include <pmssandbox/SandboxServer.h>
 
 #include <algorithm>
@@ -23,15 +25,19 @@ void enableKit(const std::string& baseURL, const std::optional<std::string>& tok
 
 }  // namespace
 
-std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettings& settings, std::string* error) {
+std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettings& settings,
+                                                                 VLMSDKHTTPExchangeObserver observer,
+                                                                 std::string* error) {
     std::unique_ptr<PMSServiceConnection> connection(new PMSServiceConnection());
     std::optional<std::string> token = settings.token;
     if (settings.baseURL) {
         connection->baseURL_ = *settings.baseURL;
     } else if (auto background = PMSBackgroundSandbox().running()) {
+        connection->service_ = Service::Background;
         connection->baseURL_ = background->url;
         if (!token) token = background->token;
     } else {
+        connection->service_ = Service::Embedded;
         connection->notice_ = "no background pms-sandbox is running, so this command has one of its own, whose "
                               "changes end with it (keep one running with: vlmsdk-pms sandbox start)";
         pmssandbox::SandboxConfig config;
@@ -44,6 +50,9 @@ std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettin
         // An explicit --token is still sent as given, so a wrong one can be tried against the local service.
         if (!token) token = config.token;
     }
+    const auto url = PMSServiceURL::parse(connection->baseURL_);
+    connection->shownURL_ = url ? url->shown() : connection->baseURL_;
+    connection->token_ = token.value_or("");
 
     enableKit(connection->baseURL_, token);
 
@@ -53,6 +62,7 @@ std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettin
     options.requestTimeout = settings.timeout;
     options.caFile = settings.caFile;
     options.connectTimeout = std::min<std::chrono::milliseconds>(settings.timeout, std::chrono::seconds(10));
+    options.exchangeObserver = std::move(observer);
     connection->requestManager_ = std::make_shared<VLMSDKHTTPRequestManager>(options);
     connection->apiManager_ = std::make_unique<VLMSDKAPIManager>(builder, connection->requestManager_);
     return connection;
@@ -65,4 +75,20 @@ PMSServiceConnection::~PMSServiceConnection() {
     apiManager_.reset();
     requestManager_.reset();
     if (sandbox_) sandbox_->stop();
+}
+
+bool PMSServiceConnection::resetBookings(std::string* error) const {
+    if (service_ == Service::Embedded) {
+        sandbox_->resetData();
+        return true;
+    }
+    if (service_ == Service::Given) {
+        if (error) *error = "the tool resets only the local service it runs itself";
+        return false;
+    }
+    pmssandbox::SandboxClient client(baseURL_, token_);
+    const auto reply = client.send("POST", "/_sandbox/reset");
+    if (reply.status == 200) return true;
+    if (error) *error = reply.status == 0 ? reply.error : "HTTP " + std::to_string(reply.status);
+    return false;
 }

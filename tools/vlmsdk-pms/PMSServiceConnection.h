@@ -3,6 +3,7 @@
 #include "PMSSettings.h"
 
 #include <VLMSDKCoreKit/VLMSDKAPIManager.h>
+#include <VLMSDKCoreKit/VLMSDKHTTPExchange.h>
 
 #include <memory>
 #include <string>
@@ -17,10 +18,17 @@ class VLMSDKHTTPRequestManager;
 /// started in this process on an ephemeral port of 127.0.0.1.
 class PMSServiceConnection {
 public:
+    enum class Service {
+        Given,       ///< named by --base-url
+        Background,  ///< the background pms-sandbox
+        Embedded,    ///< started in this process, for this command only
+    };
+
     /// Enables the kit, starts the local service when `settings` names no base URL, and sets up the
-    /// API manager with the real HTTP transport. nullptr, with the reason in `error`, when the local
-    /// service cannot start.
-    static std::unique_ptr<PMSServiceConnection> open(const PMSSettings& settings, std::string* error);
+    /// API manager with the real HTTP transport, which tells `observer` of every exchange. nullptr, with the
+    /// reason in `error`, when the local service cannot start.
+    static std::unique_ptr<PMSServiceConnection> open(const PMSSettings& settings,
+                                                      VLMSDKHTTPExchangeObserver observer, std::string* error);
 
     /// Stops and drops the transport (no reply handler runs afterwards), then stops the local service.
     ~PMSServiceConnection();
@@ -29,11 +37,15 @@ public:
     PMSServiceConnection& operator=(const PMSServiceConnection&) = delete;
 
     const VLMSDKAPIManager& apiManager() const { return *apiManager_; }
-    const std::string& baseURL() const { return baseURL_; }
-    /// True when the service is the local one started by the tool.
-    bool isEmbedded() const { return sandbox_ != nullptr; }
+    /// The service's base URL as it may be shown: a password in it reads "***".
+    const std::string& shownURL() const { return shownURL_; }
+    Service service() const { return service_; }
     /// What the user should know about the choice of service (the in-process fallback); empty if nothing.
     const std::string& notice() const { return notice_; }
+
+    /// Puts every booking of a local service back as seeded, through its admin API. False, with the reason
+    /// in `error`, for a service given by URL (never reset by the tool) or when the reset fails.
+    bool resetBookings(std::string* error) const;
 
 private:
     PMSServiceConnection() = default;
@@ -41,6 +53,9 @@ private:
     std::unique_ptr<pmssandbox::SandboxServer> sandbox_;
     std::shared_ptr<VLMSDKHTTPRequestManager> requestManager_;
     std::unique_ptr<VLMSDKAPIManager> apiManager_;
+    Service service_ = Service::Given;
     std::string baseURL_;
+    std::string shownURL_;
+    std::string token_;
     std::string notice_;
 };

@@ -6,7 +6,8 @@
 
 /// The options that apply to every subcommand of vlmsdk-pms.
 struct PMSSettings {
-    /// The reservation service; absent: the local service is started in-process.
+    /// The reservation service, checked as PMSServiceURL reads it; absent: the background local service, else
+    /// one started in-process.
     std::optional<std::string> baseURL;
     /// The bearer token sent; absent: the local service's own token, or none for a service given by URL.
     std::optional<std::string> token;
@@ -14,7 +15,8 @@ struct PMSSettings {
     std::optional<std::string> caFile;
     /// One JSON document on standard output instead of text.
     bool json = false;
-    /// 0: the SDK's own log lines are off; 1: up to Info; 2 or more: up to Debug.
+    /// 0: nothing but the outcome; 1: a line per HTTP attempt on standard error; 2 or more: its headers and
+    /// bodies too (see PMSWireLog).
     int verbosity = 0;
     /// How long one operation may take before the tool gives up on it.
     std::chrono::milliseconds timeout{std::chrono::seconds(30)};

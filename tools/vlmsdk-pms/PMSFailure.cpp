@@ -1,0 +1,49 @@
+#include "PMSFailure.h"
+
+#include "PMSShownText.h"
+
+#include <utility>
+
+namespace {
+
+template <class T>
+PMSJSON orNull(const std::optional<T>& value) {
+    return value ? PMSJSON(*value) : PMSJSON(nullptr);
+}
+
+}  // namespace
+
+PMSFailure::PMSFailure(std::string operation, VLMErrorPtr error, std::string hint,
+                       std::optional<std::string> reservationID, std::optional<std::string> reservationStatus)
+    : operation_(std::move(operation)), error_(std::move(error)), hint_(std::move(hint)),
+      reservationID_(std::move(reservationID)), reservationStatus_(std::move(reservationStatus)) {}
+
+std::string PMSFailure::line() const {
+    std::string cause;
+    if (error_->code() == VLMErrorCode::HTTPStatus && error_->httpStatusCode()) {
+        cause = "HTTP " + std::to_string(*error_->httpStatusCode());
+        if (error_->serverMessage() && !error_->serverMessage()->empty()) {
+            cause += ": " + PMSShownText::line(*error_->serverMessage());
+        }
+    } else {
+        cause = PMSShownText::line(error_->developerMessage());
+    }
+    if (cause.empty() || cause.back() != '.') cause += '.';
+    return "vlmsdk-pms: " + operation_ + " failed: " + cause + (hint_.empty() ? "" : " " + hint_);
+}
+
+PMSJSON PMSFailure::document() const {
+    std::optional<std::string> serverMessage;
+    if (error_->serverMessage()) serverMessage = PMSShownText::cut(*error_->serverMessage());
+    return {{"error",
+             {
+                 {"operation", operation_},
+                 {"code", PMSRecordJSON::codeName(error_->code())},
+                 {"message", PMSShownText::cut(error_->developerMessage())},
+                 {"httpStatus", orNull(error_->httpStatusCode())},
+                 {"serverMessage", orNull(serverMessage)},
+                 {"hint", hint_.empty() ? PMSJSON(nullptr) : PMSJSON(hint_)},
+                 {"reservationID", orNull(reservationID_)},
+                 {"reservationStatus", orNull(reservationStatus_)},
+             }}};
+}

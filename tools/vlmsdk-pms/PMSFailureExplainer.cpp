@@ -1,0 +1,60 @@
+#include "PMSFailureExplainer.h"
+
+#include "PMSOperationRunner.h"
+#include "PMSOutputPrinter.h"
+
+#include <utility>
+
+namespace {
+
+bool mentions(const std::string& text, const char* word) { return text.find(word) != std::string::npos; }
+
+}  // namespace
+
+PMSFailureExplainer::PMSFailureExplainer(const PMSOperationRunner& runner, std::string serviceURL)
+    : runner_(runner), serviceURL_(std::move(serviceURL)) {}
+
+PMSFailure PMSFailureExplainer::explain(const std::string& operation, VLMErrorPtr error,
+                                        const std::optional<std::string>& reservationID) const {
+    const std::string& message = error->developerMessage();
+    std::string hint;
+    std::optional<std::string> status;
+    switch (error->code()) {
+    case VLMErrorCode::Transport:
+        if (mentions(message, "SSL") || mentions(message, "certificate")) {
+            hint = "For a service whose certificate comes from its own authority, give that authority's "
+                   "certificate with --ca-file (or VLMSDK_PMS_CA_FILE).";
+        } else {
+            hint = "Is a reservation service running at " + serviceURL_ +
+                   "? Check --base-url (or VLMSDK_PMS_BASE_URL), or start the local one with: vlmsdk-pms sandbox start.";
+        }
+        break;
+    case VLMErrorCode::Timeout:
+        hint = "No answer came from " + serviceURL_ + " in time: is the service running and reachable there? " +
+               "--timeout sets how long to wait.";
+        break;
+    case VLMErrorCode::HTTPStatus:
+        switch (error->httpStatusCode().value_or(0)) {
+        case 401:
+            hint = "Check the bearer token: give the service's own with --token (or VLMSDK_PMS_TOKEN).";
+            break;
+        case 404:
+            if (reservationID) hint = "Check the reservation id '" + *reservationID + "' and the base URL.";
+            else if (operation == "create")
+                hint = "Check --confirmation, --venue and --last-name: together they name one booking.";
+            break;
+        case 409:
+            if (!reservationID) break;
+            if (auto now = runner_.fetchReservation(*reservationID); now.succeeded()) {
+                hint = "Reservation " + *reservationID + " is " +
+                       PMSOutputPrinter::stateText(*now.result) + ".";
+                status = now.result->statusStringRepresentation();
+            }
+            break;
+        default: break;
+        }
+        break;
+    default: break;
+    }
+    return PMSFailure(operation, std::move(error), std::move(hint), reservationID, std::move(status));
+}
