@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Velmora_Errors/VLMError.h>
+#include <VLMSDKCoreKit/VLMSDKCancellation.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 #include <VLMSDKCoreKit/VLMSDKURLResponse.h>
@@ -15,10 +16,28 @@ using VLMSDKDataTaskCompletion = std::function<void(std::shared_ptr<const VLMSDK
                                                     std::shared_ptr<const VLMSDKURLResponse> response,
                                                     VLMErrorPtr error)>;
 
+/// What a caller asks of one request beyond the request itself.
+struct VLMSDKRequestControl {
+    /// Cancels the request (nullptr: nothing does): its handler then runs once with the cancelled error.
+    std::shared_ptr<VLMSDKCancellation> cancellation;
+    /// The caller may block the main thread until the handler ran (a future waited on there): the manager
+    /// must not need the main queue to be pumped to move this request, and the kit's operations deliver its
+    /// completion on the thread that handled the reply.
+    bool handlerOffMainQueue = false;
+};
+
 /// Sends requests. An interface, so that a host or a test can supply its own.
 class VLMSDKRequestManager {
 public:
     virtual ~VLMSDKRequestManager() = default;
+
+    /// `performDataTaskRequest` under `control`. This default answers a request cancelled already with the
+    /// cancelled error at once, on the calling thread, and otherwise sends it as the two-argument form does
+    /// (a later cancel is then noticed only by the kit's operations, before they deliver); managers that can
+    /// stop a transfer on the wire override it.
+    virtual void performControlledRequest(std::shared_ptr<const VLMSDKRequest> request,
+                                          const VLMSDKRequestControl& control, VLMSDKDataTaskCompletion completion);
+
 
     /// Sends `request` without blocking the caller, parses the reply body as JSON and calls `completion`
     /// exactly once, on whichever thread the manager chooses (the calling thread included).

@@ -15,7 +15,7 @@ enum class VLMErrorCode : int {
     RequiredArgument = 1,   ///< an argument or property that must be present is absent or invalid
     Transport = 100,        ///< the request never got an HTTP answer (refused, reset, DNS, TLS)
     Timeout = 101,          ///< a connect or whole-request time limit ran out
-    Cancelled = 102,        ///< the request manager shut down with the request in flight
+    Cancelled = 102,        ///< the host cancelled the request (VLMSDKCancellation), or the request manager shut down
     InvalidRequest = 103,   ///< the request could not be built (bad URL, path or body)
     ReplyTooLarge = 104,    ///< the reply body was over the size limit
     HTTPStatus = 200,       ///< the server answered with a status outside 2xx

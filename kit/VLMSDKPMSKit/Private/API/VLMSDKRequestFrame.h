@@ -6,6 +6,7 @@
 #include <VLMSDKCoreKit/VLMSDKAPIManager.h>
 #include <VLMSDKCoreKit/VLMSDKAPIManagerResponseValidator.h>
 #include <VLMSDKCoreKit/VLMSDKAsserts.h>
+#include <VLMSDKCoreKit/VLMSDKCancellation.h>
 #include <VLMSDKCoreKit/VLMSDKConsoleLogger.h>
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
 #include <VLMSDKCoreKit/VLMSDKRemoteLogger.h>
@@ -55,6 +56,30 @@ public:
         });
     }
 
+    /// `deliver` under `control`: on the calling thread when the handler runs off the main queue; and once a
+    /// cancel has come, (Result{}, the cancelled error for `what`) instead of what was to be delivered,
+    /// decided when the completion runs, so that a cancel before that moment is never lost.
+    static void deliver(const VLMSDKRequestControl& control, const std::string& what, bool serviceMayHaveActed,
+                        Completion completion, Result result, VLMErrorPtr error) {
+        if (!control.cancellation && !control.handlerOffMainQueue) {
+            deliver(std::move(completion), std::move(result), std::move(error));
+            return;
+        }
+        auto run = [cancellation = control.cancellation, what, serviceMayHaveActed, completion = std::move(completion),
+                    result = std::move(result), error = std::move(error)]() mutable {
+            if (cancellation && cancellation->isCancelled() && !isCancelled(error)) {
+                result = Result{};
+                error = VLMSDKCancellation::cancelledError(what, serviceMayHaveActed);
+            }
+            if (completion) completion(std::move(result), std::move(error));
+        };
+        if (control.handlerOffMainQueue || VLMSDKMainQueue::isMainThread()) {
+            run();
+        } else {
+            VLMSDKMainQueue::async(std::move(run));
+        }
+    }
+
     /// The absent-argument path: assertion, then the required-argument error named `checkText` by the
     /// delivery rule. On the main thread no error is built when there is no completion to receive it.
     static void failAbsentArgument(const char* checkText, const Completion& completion,
@@ -99,23 +124,39 @@ public:
     }
 
     /// Builds the request with the operation's method on `path` with `parameters`, hands it to the
-    /// request manager and returns. The reply handler holds `completion` and nothing else.
+    /// request manager (under the API manager's request control, when it has one) and returns. The reply
+    /// handler holds `completion` and nothing else it does not need.
     static void send(const VLMSDKAPIManager& manager, const Operation& operation, const std::string& path,
                      const std::optional<VLMSDKJSON>& parameters, Completion completion) {
         const auto& builder = manager.requestBuilder();
+        const VLMSDKRequestControl& control = manager.requestControl();
         std::shared_ptr<const VLMSDKRequest> request;
         switch (operation.method) {
         case Method::GET: request = builder->GETWithPath(path, parameters); break;
         case Method::POST: request = builder->POSTWithPath(path, parameters); break;
         case Method::PATCH: request = builder->PATCHWithPath(path, parameters); break;
         }
-        manager.requestManager()->performDataTaskRequest(
-            std::move(request),
-            // The manager calls this exactly once, so it may hand the completion on rather than copy it.
-            [operation = &operation, completion = std::move(completion)](std::shared_ptr<const VLMSDKJSON> json,
-                                                                         std::shared_ptr<const VLMSDKURLResponse> response,
-                                                                         VLMErrorPtr error) mutable {
-                handleReply(*operation, std::move(completion), std::move(json), std::move(response), std::move(error));
+        if (!control.cancellation && !control.handlerOffMainQueue) {
+            manager.requestManager()->performDataTaskRequest(
+                std::move(request),
+                // The manager calls this exactly once, so it may hand the completion on rather than copy it.
+                [operation = &operation, completion = std::move(completion)](
+                    std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
+                    VLMErrorPtr error) mutable {
+                    handleReply(*operation, nullptr, std::move(completion), std::move(json), std::move(response),
+                                std::move(error));
+                });
+            return;
+        }
+        auto controlled = std::make_shared<const Controlled>(
+            Controlled{control, request ? request->method() + " " + request->redactedURL() : std::string("A request")});
+        manager.requestManager()->performControlledRequest(
+            std::move(request), control,
+            [operation = &operation, controlled, completion = std::move(completion)](
+                std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
+                VLMErrorPtr error) mutable {
+                handleReply(*operation, controlled.get(), std::move(completion), std::move(json), std::move(response),
+                            std::move(error));
             });
     }
 
@@ -150,9 +191,28 @@ public:
     }
 
 private:
-    static void handleReply(const Operation& operation, Completion completion,
+    /// What a controlled request's reply handler needs besides the reply: the control, and the request's
+    /// description for a cancelled error.
+    struct Controlled {
+        VLMSDKRequestControl control;
+        std::string what;
+    };
+
+    static bool isCancelled(const VLMErrorPtr& error) { return error && error->code() == VLMErrorCode::Cancelled; }
+
+    // `controlled` is null for a request without control (the common case: nothing extra is kept).
+    static void handleReply(const Operation& operation, const Controlled* controlled, Completion completion,
                             std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
                             VLMErrorPtr error) {
+        const auto finishWith = [&](Result result, VLMErrorPtr failure) {
+            if (!controlled) {
+                deliver(std::move(completion), std::move(result), std::move(failure));
+                return;
+            }
+            // A reply came, so a POST or PATCH has reached the service.
+            deliver(controlled->control, controlled->what, operation.method != Method::GET, std::move(completion),
+                    std::move(result), std::move(failure));
+        };
         // The validator lives only for this check: on the stack, not shared.
         VLMSDKAPIManagerResponseValidator validator(std::move(response), json, std::move(error));
         validator.setPassesLogMessage(operation.passesLogMessage);
@@ -160,12 +220,12 @@ private:
         if (!operation.requiredJSONKeys.empty()) validator.setRequiredJSONKeys(operation.requiredJSONKeys);
         VLMErrorPtr validationError;
         if (!validator.validate(&validationError)) {
-            deliver(std::move(completion), Result{}, std::move(validationError));
+            finishWith(Result{}, std::move(validationError));
             return;
         }
         static const VLMSDKJSON noReply;
         auto [result, failure] = operation.finish(json ? *json : noReply);
-        deliver(std::move(completion), std::move(result), std::move(failure));
+        finishWith(std::move(result), std::move(failure));
     }
 
     static void logInvalid(VLMSDKLogger& logger, const char* format, const VLMErrorPtr& error,
