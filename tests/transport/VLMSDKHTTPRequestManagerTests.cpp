@@ -23,6 +23,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -193,7 +194,7 @@ private:
             (server.*route)("/echo", echo);
         }
         // Answers, with the client's port, only once the test lets it.
-        server.Get("/hold", [this](const httplib::Request& request, httplib::Response& response) {
+        const auto hold = [this](const httplib::Request& request, httplib::Response& response) {
             {
                 std::unique_lock lock(holdMutex_);
                 ++heldArrivals_;
@@ -201,7 +202,9 @@ private:
                 if (holdChanged_.wait_for(lock, kHangGuard, [&] { return holdTokens_ > 0; })) --holdTokens_;
             }
             response.set_content(VLMSDKJSON{{"port", request.remote_port}}.dump(), "application/json");
-        });
+        };
+        server.Get("/hold", hold);
+        server.Post("/hold", hold);
     }
 };
 
@@ -483,6 +486,99 @@ TEST_P(HTTPRequestManagerTest, ShutdownAndDestructionCancelQueuedAndLiveRequests
         manager->shutdown();
         EXPECT_EQ(late.total(), 1u);
         EXPECT_EQ(manager->statistics().requestsCompleted, kRequests + 1);
+    }
+}
+
+TEST_P(HTTPRequestManagerTest, ACancelAnswersTheRequestOnceWhereverItIsAndSaysWhenTheServiceMayHaveActed) {
+    auto options = quickOptions();
+    options.maximumLiveTransfers = 2;
+    VLMSDKHTTPRequestManager manager(options);
+    constexpr std::size_t kRequests = 5;
+    ReplyRecorder recorder(kRequests);
+    std::vector<std::shared_ptr<VLMSDKCancellation>> cancels;
+    for (std::size_t i = 0; i < kRequests; ++i) cancels.push_back(VLMSDKCancellation::make());
+    const auto send = [&](std::size_t i, const char* method, const char* path) {
+        VLMSDKRequestControl control;
+        control.cancellation = cancels[i];
+        manager.performControlledRequest(makeRequest(method, server_.url(path)), control, recorder.completion(i));
+    };
+    const auto expectCancelled = [&](std::size_t i, bool mayHaveActed) {
+        const auto error = recorder.reply(i).error;
+        ASSERT_NE(error, nullptr) << i;
+        EXPECT_EQ(error->code(), VLMErrorCode::Cancelled) << describe(error);
+        EXPECT_EQ(error->developerMessage().find("may have acted") != std::string::npos, mayHaveActed)
+            << describe(error);
+        EXPECT_EQ(recorder.reply(i).response, nullptr);
+    };
+
+    // Answered, then cancelled: nothing changes.
+    send(0, "GET", "/json");
+    ASSERT_TRUE(recorder.waitForCalls(1));
+    cancels[0]->cancel();
+    // Cancelled before it is handed over: answered at once, on the calling thread.
+    cancels[1]->cancel();
+    send(1, "GET", "/json");
+    EXPECT_EQ(recorder.total(), 2u);
+    EXPECT_EQ(recorder.reply(1).thread, std::this_thread::get_id());
+    // Two on the wire (a POST among them), one waiting for a slot; the server answers none of them.
+    send(2, "GET", "/hold");
+    send(3, "POST", "/hold");
+    ASSERT_TRUE(waitForHeldArrivals(2));
+    send(4, "GET", "/hold");
+    // Cancelled from another thread, each in turn: the waiting one, then the two on the wire.
+    for (const std::size_t i : {4u, 3u, 2u}) {
+        std::thread([&] { cancels[i]->cancel(); }).join();
+        ASSERT_TRUE(recorder.waitForCalls(kRequests - i + 2)) << i;
+    }
+    recorder.expectEachCalledOnce();
+    EXPECT_EQ(recorder.reply(0).error, nullptr);
+    expectCancelled(1, false);
+    expectCancelled(2, false);
+    expectCancelled(3, true);
+    expectCancelled(4, false);
+    {
+        std::lock_guard lock(holdMutex_);
+        EXPECT_EQ(heldArrivals_, 2u);  // the waiting one never went out
+    }
+    VLMSDKMainQueue::runFor(50ms);
+    EXPECT_EQ(recorder.total(), kRequests);
+}
+
+TEST_P(HTTPRequestManagerTest, AThousandRequestsCancelledAtRandomFromTwoThreadsCompleteExactlyOnceEach) {
+    constexpr std::size_t kRequests = 1000;
+    VLMSDKHTTPRequestManager manager(quickOptions());
+    ReplyRecorder recorder(kRequests);
+    std::vector<std::shared_ptr<VLMSDKCancellation>> cancels;
+    for (std::size_t i = 0; i < kRequests; ++i) cancels.push_back(VLMSDKCancellation::make());
+    // Each thread cancels every other request, in its own shuffled order, while the main thread sends.
+    std::vector<std::thread> cancellers;
+    for (unsigned seed : {1u, 2u}) {
+        cancellers.emplace_back([&, seed] {
+            std::vector<std::size_t> order;
+            for (std::size_t i = seed - 1; i < kRequests; i += 2) order.push_back(i);
+            std::shuffle(order.begin(), order.end(), std::mt19937(seed));
+            for (const std::size_t i : order) {
+                cancels[i]->cancel();
+                if (i % 7 == 0) std::this_thread::yield();
+            }
+        });
+    }
+    for (std::size_t i = 0; i < kRequests; ++i) {
+        VLMSDKRequestControl control;
+        control.cancellation = cancels[i];
+        manager.performControlledRequest(makeRequest("GET", server_.url("/json")), control, recorder.completion(i));
+        if (i % 50 == 0) VLMSDKMainQueue::drain();
+    }
+    for (auto& thread : cancellers) thread.join();
+    ASSERT_TRUE(recorder.waitForCalls());
+    VLMSDKMainQueue::runFor(50ms);
+    EXPECT_EQ(recorder.total(), kRequests);
+    recorder.expectEachCalledOnce();
+    for (std::size_t i = 0; i < kRequests; ++i) {
+        const auto error = recorder.reply(i).error;
+        if (error) {
+            EXPECT_EQ(error->code(), VLMErrorCode::Cancelled) << i << ": " << describe(error);
+        }
     }
 }
 

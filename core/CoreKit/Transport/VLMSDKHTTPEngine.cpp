@@ -1,5 +1,7 @@
 #include "VLMSDKHTTPEngine.h"
 
+#include <VLMSDKCoreKit/VLMSDKCancellation.h>
+
 #include <algorithm>
 #include <climits>
 #include <utility>
@@ -151,6 +153,21 @@ void VLMSDKHTTPEngine::submit(VLMSDKHTTPPendingRequest&& pending) {
     }
 }
 
+void VLMSDKHTTPEngine::cancelRequest(std::uint64_t id) {
+    bool wake = false;
+    {
+        std::lock_guard lock(mutex_);
+        if (!accepting_) return;  // the shutdown answers everything
+        try {
+            cancelled_.push_back(id);
+        } catch (const std::exception&) {
+            return;  // out of memory: the request completes as it would have
+        }
+        wake = driver_ == Driver::MainQueue || std::exchange(driverWaiting_, false);
+    }
+    if (wake) wakeDriver();
+}
+
 void VLMSDKHTTPEngine::wakeDriver() {
     if (driver_ == Driver::MainQueue) {
         wakeMainQueue();
@@ -219,7 +236,7 @@ int VLMSDKHTTPEngine::prepareLocked(std::vector<pollfd>& descriptors) {
     if (stopped_) return -1;
     {
         std::lock_guard lock(mutex_);
-        if (!incoming_.empty() || stopRequested_) return 0;
+        if (!incoming_.empty() || !cancelled_.empty() || stopRequested_) return 0;
     }
     if (!waiting_.empty() && live_ < liveLimit_) return 0;
     descriptors.insert(descriptors.end(), sockets_.begin(), sockets_.end());
@@ -236,9 +253,13 @@ void VLMSDKHTTPEngine::driveLocked(std::span<const pollfd> descriptors) {
         // The two vectors trade their storage back and forth: taking the new requests allocates nothing.
         std::lock_guard lock(mutex_);
         arrived_.swap(incoming_);
+        cancelledNow_.swap(cancelled_);
         stop = stopRequested_;
     }
     admit(arrived_);
+    // After admission: a request cancelled as it was handed over is found in the waiting line.
+    for (const std::uint64_t id : cancelledNow_) cancelOne(id);
+    cancelledNow_.clear();
     if (!stop) {
         startWaiting();
         int running = 0;
@@ -271,7 +292,7 @@ void VLMSDKHTTPEngine::runThread() {
         }
         if (timeout != 0) {
             std::lock_guard lock(mutex_);
-            if (incoming_.empty() && !stopRequested_) {
+            if (incoming_.empty() && cancelled_.empty() && !stopRequested_) {
                 driverWaiting_ = true;
             } else {
                 timeout = 0;
@@ -342,6 +363,7 @@ void VLMSDKHTTPEngine::admit(std::vector<VLMSDKHTTPPendingRequest>& arrived) {
 void VLMSDKHTTPEngine::startWaiting() {
     while (live_ < liveLimit_ && !waiting_.empty()) {
         VLMSDKHTTPPendingRequest pending = waiting_.pop();
+        if (!pending.request && pending.id != 0) continue;  // cancelled while it waited: answered already
 
         VLMErrorPtr error;
         VLMSDKHTTPTransfer* transfer = idleTransfer(&error);
@@ -399,6 +421,34 @@ void VLMSDKHTTPEngine::collectFinished() {
     }
 }
 
+void VLMSDKHTTPEngine::cancelOne(std::uint64_t id) {
+    for (const auto& transfer : transfers_) {
+        if (!transfer->isLive() || transfer->requestID() != id) continue;
+        curl_multi_remove_handle(multi_, transfer->handle());
+        transfer->setLive(false);
+        --live_;
+        VLMErrorPtr error = errorOr(outOfMemory_, [&] { return transfer->hostCancellationError(); });
+        auto completion = transfer->release();
+        idle_.push_back(transfer.get());
+        complete(completion, {nullptr, nullptr, std::move(error)});
+        startWaiting();  // its slot is free
+        return;
+    }
+    for (std::size_t i = waiting_.head; i < waiting_.items.size(); ++i) {
+        VLMSDKHTTPPendingRequest& pending = waiting_.items[i];
+        if (pending.id != id || !pending.request) continue;
+        // Left in the line with no request: startWaiting and cancelAll pass over it.
+        const auto request = std::move(pending.request);
+        auto completion = std::move(pending.completion);
+        pending.completion = nullptr;
+        VLMErrorPtr error = errorOr(outOfMemory_, [&] {
+            return VLMSDKCancellation::cancelledError(request->method() + " " + request->redactedURL(), false);
+        });
+        complete(completion, {nullptr, nullptr, std::move(error)});
+        return;
+    }
+}
+
 void VLMSDKHTTPEngine::cancelAll() {
     stopped_ = true;
     std::vector<VLMSDKHTTPPendingRequest> arrived;
@@ -418,6 +468,7 @@ void VLMSDKHTTPEngine::cancelAll() {
     }
     while (!waiting_.empty()) {
         VLMSDKHTTPPendingRequest pending = waiting_.pop();
+        if (!pending.request && pending.id != 0) continue;  // cancelled while it waited: answered already
         VLMErrorPtr error = errorOr(outOfMemory_, [&, function = __func__] {
             const std::string what =
                 pending.request ? pending.request->method() + " " + pending.request->redactedURL() : "A request";

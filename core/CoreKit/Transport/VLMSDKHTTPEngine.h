@@ -46,6 +46,12 @@ public:
     /// finishes when the handler returns. Idempotent.
     void shutdown();
 
+    /// A number for a request the host may cancel (put in its `id` before `submit`).
+    std::uint64_t newRequestID() { return nextRequestID_.fetch_add(1, std::memory_order_relaxed); }
+    /// Answers the request numbered `id` with the cancelled error if it is still queued or on the wire
+    /// (its transfer leaves libcurl), on the driving thread; nothing once it was answered. Any thread.
+    void cancelRequest(std::uint64_t id);
+
     Statistics statistics() const;
 
     int prepareWait(std::vector<pollfd>& descriptors) override;
@@ -66,6 +72,7 @@ private:
     void startWaiting();
     void collectFinished();
     void cancelAll();
+    void cancelOne(std::uint64_t id);
     VLMSDKHTTPTransfer* idleTransfer(VLMErrorPtr* error);
     void complete(VLMSDKDataTaskCompletion& completion, VLMSDKHTTPReply reply);
 
@@ -80,6 +87,9 @@ private:
     mutable std::mutex mutex_;
     std::vector<VLMSDKHTTPPendingRequest> incoming_;
     std::vector<VLMSDKHTTPPendingRequest> arrived_;  // the driving thread's: incoming_ as last taken
+    std::vector<std::uint64_t> cancelled_;           // guarded by mutex_: requests the host cancelled
+    std::vector<std::uint64_t> cancelledNow_;        // the driving thread's: cancelled_ as last taken
+    std::atomic<std::uint64_t> nextRequestID_{1};
     bool accepting_ = false;
     bool stopRequested_ = false;
     bool driverWaiting_ = false;  // the network thread waits, or is about to: only then is a wake-up needed

@@ -3,6 +3,7 @@
 #include "VLMSDKHTTPEngine.h"
 
 #include <atomic>
+#include <string>
 #include <mutex>
 #include <utility>
 
@@ -11,14 +12,23 @@ using vlmsdk::detail::VLMSDKHTTPEngine;
 // A request waiting beyond the live-transfer limit holds no handle or buffer, only what the caller handed over.
 static_assert(sizeof(vlmsdk::detail::VLMSDKHTTPPendingRequest) <= 64);
 
+namespace {
+
+std::string describe(const std::shared_ptr<const VLMSDKRequest>& request) {
+    return request ? request->method() + " " + request->redactedURL() : std::string("A request");
+}
+
+}  // namespace
+
 /// The manager's two engines, each made when the first request for it comes.
 class VLMSDKHTTPRequestManager::Impl {
 public:
     explicit Impl(Options options) : options_(std::make_shared<const Options>(std::move(options))) {}
 
-    void perform(vlmsdk::detail::VLMSDKHTTPPendingRequest&& pending) {
+    // `control` may ask for the network thread whatever the mode, and for a cancellation hook.
+    void perform(vlmsdk::detail::VLMSDKHTTPPendingRequest&& pending, const VLMSDKRequestControl* control = nullptr) {
         using Mode = Options::Mode;
-        const bool threaded = options_->mode == Mode::Threaded ||
+        const bool threaded = (control && control->handlerOffMainQueue) || options_->mode == Mode::Threaded ||
                               (options_->mode == Mode::Automatic && vlmsdk::detail::mainQueueHasExecutor());
         VLMErrorPtr error;
         std::shared_ptr<VLMSDKHTTPEngine> engine;
@@ -33,6 +43,7 @@ public:
             }
             engine = slot;
         }
+        if (engine && control && control->cancellation) hookCancellation(*engine, control->cancellation, pending);
         if (engine) return engine->submit(std::move(pending));
 
         // Shut down before this engine was ever needed, or it could not start: answered here and now.
@@ -51,6 +62,24 @@ public:
         } catch (...) {
             // Neither a throwing handler nor a failed allocation escapes into the caller.
         }
+    }
+
+    // Numbers the request, and has a cancel reach the engine; the hook goes when the request is answered.
+    static void hookCancellation(VLMSDKHTTPEngine& engine, const std::shared_ptr<VLMSDKCancellation>& cancellation,
+                                 vlmsdk::detail::VLMSDKHTTPPendingRequest& pending) {
+        pending.id = engine.newRequestID();
+        const std::weak_ptr<VLMSDKHTTPEngine> weak = engine.shared_from_this();
+        // Registered before the request is handed over: a cancel that comes first is applied when it is
+        // admitted.
+        const std::uint64_t key = cancellation->addCallback([weak, id = pending.id] {
+            if (const auto target = weak.lock()) target->cancelRequest(id);
+        });
+        pending.completion = [inner = std::move(pending.completion), cancellation,
+                              key](std::shared_ptr<const VLMSDKJSON> json,
+                                   std::shared_ptr<const VLMSDKURLResponse> response, VLMErrorPtr error) {
+            cancellation->removeCallback(key);
+            if (inner) inner(std::move(json), std::move(response), std::move(error));
+        };
     }
 
     void shutdown() {
@@ -101,6 +130,16 @@ VLMSDKHTTPRequestManager::~VLMSDKHTTPRequestManager() { shutdown(); }
 void VLMSDKHTTPRequestManager::performDataTaskRequest(std::shared_ptr<const VLMSDKRequest> request,
                                                       VLMSDKDataTaskCompletion completion) {
     impl_->perform({std::move(request), std::move(completion)});
+}
+
+void VLMSDKHTTPRequestManager::performControlledRequest(std::shared_ptr<const VLMSDKRequest> request,
+                                                        const VLMSDKRequestControl& control,
+                                                        VLMSDKDataTaskCompletion completion) {
+    if (control.cancellation && control.cancellation->isCancelled()) {
+        if (completion) completion(nullptr, nullptr, VLMSDKCancellation::cancelledError(describe(request), false));
+        return;
+    }
+    impl_->perform({std::move(request), std::move(completion)}, &control);
 }
 
 void VLMSDKHTTPRequestManager::shutdown() { impl_->shutdown(); }

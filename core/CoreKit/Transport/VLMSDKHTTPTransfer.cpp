@@ -1,6 +1,8 @@
 #include "VLMSDKHTTPTransfer.h"
 
 #include "../JSON/VLMSDKJSONReader.h"
+
+#include <VLMSDKCoreKit/VLMSDKCancellation.h>
 #include "../VLMSDKHeaderLookup.h"
 
 #include <algorithm>
@@ -143,6 +145,7 @@ VLMSDKHTTPTransfer* VLMSDKHTTPTransfer::from(CURL* handle) {
 }
 
 VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
+    requestID_ = pending.id;
     request_ = std::move(pending.request);
     completion_ = std::move(pending.completion);
     const VLMSDKRequest& request = *request_;
@@ -375,10 +378,21 @@ VLMErrorPtr VLMSDKHTTPTransfer::cancellationError() const {
                         describe(*request_) + " was cancelled: the request manager shut down.", __func__);
 }
 
+VLMErrorPtr VLMSDKHTTPTransfer::hostCancellationError() const {
+    // Bytes of the request have left once libcurl counts any: a POST or PATCH may then have been acted on.
+    long requestBytes = 0;
+    curl_off_t bodyBytes = 0;
+    curl_easy_getinfo(handle_, CURLINFO_REQUEST_SIZE, &requestBytes);
+    curl_easy_getinfo(handle_, CURLINFO_SIZE_UPLOAD_T, &bodyBytes);
+    const bool changesState = methodOf(request_->method()) != Method::GET;
+    return VLMSDKCancellation::cancelledError(describe(*request_), changesState && (requestBytes > 0 || bodyBytes > 0));
+}
+
 VLMSDKDataTaskCompletion VLMSDKHTTPTransfer::release() {
     VLMSDKDataTaskCompletion completion = std::move(completion_);
     completion_ = nullptr;
     request_.reset();
+    requestID_ = 0;
     // The header list stays set and kept for the next request that sends the same lines.
     replyHeaders_.clear();
     if (body_.capacity() > kKeptBodyCapacity) {

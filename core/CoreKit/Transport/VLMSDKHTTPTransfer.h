@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -19,6 +20,7 @@ class VLMSDKJSONReader;
 struct VLMSDKHTTPPendingRequest {
     std::shared_ptr<const VLMSDKRequest> request;
     VLMSDKDataTaskCompletion completion;
+    std::uint64_t id = 0;  ///< the engine's number for a request the host may cancel; 0 for one it cannot
 };
 
 /// The three values a reply handler receives.
@@ -61,6 +63,9 @@ public:
 
     /// The error that answers the loaded request when the manager shuts down first.
     VLMErrorPtr cancellationError() const;
+    /// The error for a transfer the host cancelled: it says whether a POST or PATCH may have reached the service.
+    VLMErrorPtr hostCancellationError() const;
+    std::uint64_t requestID() const { return requestID_; }
 
     /// Hands back the loaded request's completion and forgets the request, ready for the next one.
     VLMSDKDataTaskCompletion release();
@@ -70,6 +75,7 @@ public:
 
     CURL* handle() const { return handle_; }
     bool isLive() const { return live_; }
+    
     void setLive(bool live) { live_ = live; }
 
 private:
@@ -85,6 +91,7 @@ private:
     const VLMSDKHTTPRequestManagerOptions& options_;
     CURL* handle_;
     curl_slist* requestHeaders_ = nullptr;
+    std::uint64_t requestID_ = 0;
     std::string headerLines_;  // what requestHeaders_ holds, one line per '\n'
     std::shared_ptr<const VLMSDKRequest> request_;
     VLMSDKDataTaskCompletion completion_;

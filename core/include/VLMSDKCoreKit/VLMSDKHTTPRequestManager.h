@@ -51,6 +51,13 @@ public:
     void performDataTaskRequest(std::shared_ptr<const VLMSDKRequest> request,
                                 VLMSDKDataTaskCompletion completion) override;
 
+    /// The same, under `control`: a cancel answers the request at once on the driving thread with the
+    /// cancelled error, whether it waits in the queue or is on the wire (its transfer leaves libcurl); a
+    /// request already answered is not touched. `handlerOffMainQueue` sends the request through the
+    /// network thread whatever the mode, so that it moves while the main thread is blocked.
+    void performControlledRequest(std::shared_ptr<const VLMSDKRequest> request, const VLMSDKRequestControl& control,
+                                  VLMSDKDataTaskCompletion completion) override;
+
     /// Completes every request still queued or in flight exactly once with a `VLMErrorCode::Cancelled` error
     /// (on the calling thread, or on the driving thread if it is busy with the manager when called) and
     /// stops the network thread: no reply handler runs after it returns. Idempotent. Called from a reply

@@ -195,3 +195,50 @@ TEST_F(RequestFrame, ManyConcurrentCallersEachGetExactlyOneDelivery) {
     EXPECT_TRUE(VLMSDKMainQueue::runUntil([&] { return deliveries.size() == threads * perThread; }, 10s));
     EXPECT_EQ(deliveries.size(), static_cast<std::size_t>(threads * perThread));
 }
+
+TEST_F(RequestFrame, ACancelBeforeDeliveryTurnsTheOutcomeIntoTheCancelledErrorAndAfterItChangesNothing) {
+    const auto ok = FakeReply::http(200, VLMSDKJSON::object());
+    auto cancellation = VLMSDKCancellation::make();
+    const VLMSDKAPIManager scoped = manager->withCancellation(cancellation);
+    const auto expectCancelled = [&](std::size_t index, bool mayHaveActed) {
+        ASSERT_GT(deliveries.size(), index);
+        EXPECT_FALSE(deliveries[index].success);
+        ASSERT_NE(deliveries[index].error, nullptr);
+        EXPECT_EQ(deliveries[index].error->code(), VLMErrorCode::Cancelled);
+        const auto& text = deliveries[index].error->developerMessage();
+        EXPECT_EQ(text.find("may have acted") != std::string::npos, mayHaveActed) << text;
+        EXPECT_TRUE(deliveries[index].onMainThread);
+    };
+
+    // Answered and delivered, then cancelled: the delivery stands.
+    performMobileCheckoutForReservationWithID(scoped, "a", recorder());
+    requests->answer(0, ok);
+    cancellation->cancel();
+    ASSERT_EQ(deliveries.size(), 1u);
+    EXPECT_TRUE(deliveries[0].success);
+
+    // The reply came on another thread; the cancel comes before the main queue delivers it. The service
+    // answered a PATCH, so it may have acted.
+    cancellation = VLMSDKCancellation::make();
+    performMobileCheckoutForReservationWithID(manager->withCancellation(cancellation), "b", recorder());
+    requests->answerOnNewThread(1, ok);
+    cancellation->cancel();
+    EXPECT_EQ(VLMSDKMainQueue::drain(), 1u);
+    expectCancelled(1, true);
+
+    // Cancelled before it was sent: nothing reaches the request manager, the outcome comes at once.
+    performMobileCheckoutForReservationWithID(manager->withCancellation(cancellation), "c", recorder());
+    EXPECT_EQ(requests->requestCount(), 2u);
+    expectCancelled(2, false);
+    EXPECT_EQ(VLMSDKMainQueue::drain(), 0u);
+    EXPECT_EQ(deliveries.size(), 3u);
+}
+
+TEST_F(RequestFrame, AHandlerOffTheMainQueueDeliversWhereTheReplyArrives) {
+    performMobileCheckoutForReservationWithID(manager->withHandlerOffMainQueue(), "a", recorder());
+    requests->answerOnNewThread(0, FakeReply::http(200, VLMSDKJSON::object()));
+    ASSERT_EQ(deliveries.size(), 1u);  // before any pumping
+    EXPECT_TRUE(deliveries[0].success);
+    EXPECT_FALSE(deliveries[0].onMainThread);
+    EXPECT_EQ(VLMSDKMainQueue::drain(), 0u);
+}
