@@ -11,12 +11,14 @@ class VLMSDKURLResponse {
 public:
     using Headers = std::vector<std::pair<std::string, std::string>>;
 
-    VLMSDKURLResponse(std::string url, long statusCode, Headers headers = {})
-        : url_(std::move(url)), statusCode_(statusCode), headers_(std::move(headers)) {}
+    VLMSDKURLResponse(std::string url, long statusCode, Headers headers = {}, unsigned attempts = 1)
+        : url_(std::move(url)), statusCode_(statusCode), headers_(std::move(headers)), attempts_(attempts) {}
 
     const std::string& url() const { return url_; }
     long statusCode() const { return statusCode_; }
     const Headers& headers() const { return headers_; }
+    /// How many times the request was sent before this answer (more than 1 under a retry policy).
+    unsigned attempts() const { return attempts_; }
 
     /// The first header named `name` (ASCII case-insensitive), if any.
     std::optional<std::string> headerValue(std::string_view name) const;
@@ -25,4 +27,5 @@ private:
     std::string url_;
     long statusCode_;
     Headers headers_;
+    unsigned attempts_;
 };

@@ -73,6 +73,7 @@ VLMErrorPtr VLMSDKAPIManagerResponseValidator::failure() const {
     if (status < 200 || status > 299) {
         auto server = serverMessage(responseJSON_);
         std::string message = "The service answered HTTP " + std::to_string(status);
+        if (response_->attempts() > 1) message += " after " + std::to_string(response_->attempts()) + " attempts";
         message += server ? ": " + *server : std::string(".");
         return make(VLMErrorCode::HTTPStatus, std::move(message), std::move(server));
     }

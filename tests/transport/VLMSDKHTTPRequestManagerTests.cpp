@@ -1,5 +1,6 @@
 #include "TestHTTPServer.h"
 
+#include <VLMSDKCoreKit/VLMSDKHTTPExchange.h>
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
 
@@ -20,7 +21,9 @@
 #include <functional>
 #include <iterator>
 #include <latch>
+#include <map>
 #include <memory>
+#include <numeric>
 #include <mutex>
 #include <optional>
 #include <random>
@@ -578,6 +581,96 @@ TEST_P(HTTPRequestManagerTest, AThousandRequestsCancelledAtRandomFromTwoThreadsC
         const auto error = recorder.reply(i).error;
         if (error) {
             EXPECT_EQ(error->code(), VLMErrorCode::Cancelled) << i << ": " << describe(error);
+        }
+    }
+}
+
+TEST_P(TransportModeTest, TheRetryPolicySendsAgainOnlyWhatIsSafeToRepeat) {
+    // "/flaky?id=K&fail=N&after=S": 503 (with Retry-After: S) for the first N requests of K, then 200.
+    std::mutex mutex;
+    std::map<std::string, std::vector<std::string>> keysSeen;  // per id: the Idempotency-Key of each request
+    const TestHTTPServer server([&](httplib::Server& routes) {
+        const auto flaky = [&](const httplib::Request& request, httplib::Response& response) {
+            std::size_t seen = 0;
+            {
+                std::lock_guard lock(mutex);
+                auto& keys = keysSeen[request.get_param_value("id")];
+                keys.push_back(request.get_header_value("Idempotency-Key"));
+                seen = keys.size();
+            }
+            if (seen <= std::stoul(request.get_param_value("fail"))) {
+                response.status = 503;
+                response.set_header("Retry-After", request.get_param_value("after"));
+                return;
+            }
+            response.set_content(R"({"ok": true})", "application/json");
+        };
+        routes.Get("/flaky", flaky);
+        routes.Post("/flaky", flaky);
+    });
+    const int closedPort = [] {
+        const TestHTTPServer gone([](httplib::Server&) {});
+        return gone.port();
+    }();
+    struct Row {
+        const char* name;
+        const char* method;
+        int fail;
+        const char* retryAfter;
+        bool keys;
+        bool refused;
+        std::size_t serverHits;
+        unsigned attempts;  // what the outcome reports
+        bool succeeds;
+    };
+    const Row rows[] = {
+        {"GET after two 503s", "GET", 2, "0", false, false, 3, 3, true},
+        {"GET, attempts exhausted", "GET", 9, "0", false, false, 3, 3, false},
+        {"POST after a 503, no key: never again", "POST", 1, "0", false, false, 1, 1, false},
+        {"POST after a 503 with a key", "POST", 1, "0", true, false, 2, 2, true},
+        {"Retry-After beyond the cap", "GET", 1, "60", false, false, 1, 1, false},
+        {"POST refused: it never left", "POST", 0, "0", false, true, 0, 3, false},
+    };
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        const Row& row = rows[i];
+        SCOPED_TRACE(row.name);
+        auto options = quickOptions();
+        options.retry.maximumAttempts = 3;
+        options.retry.initialBackoff = 1ms;
+        options.retry.maximumBackoff = 1s;
+        options.retry.idempotencyKeys = row.keys;
+        std::vector<unsigned> observed;
+        options.exchangeObserver = [&](const VLMSDKHTTPExchange& exchange) { observed.push_back(exchange.attempt); };
+        VLMSDKHTTPRequestManager manager(options);
+        const std::string query = "/flaky?id=" + std::to_string(i) + "&fail=" + std::to_string(row.fail) +
+                                  "&after=" + row.retryAfter;
+        const std::string url =
+            row.refused ? "http://127.0.0.1:" + std::to_string(closedPort) + query : server.url(query);
+        ReplyRecorder recorder(1);
+        manager.performDataTaskRequest(makeRequest(row.method, url, {}, std::string("{}")), recorder.completion(0));
+        ASSERT_TRUE(recorder.waitForCalls());
+        VLMSDKMainQueue::runFor(20ms);
+        recorder.expectEachCalledOnce();
+        const Reply reply = recorder.reply(0);
+        EXPECT_EQ(reply.error == nullptr && reply.response && reply.response->statusCode() == 200, row.succeeds)
+            << describe(reply.error);
+        if (reply.response) {
+            EXPECT_EQ(reply.response->attempts(), row.attempts);
+        }
+        if (row.refused) {
+            ASSERT_NE(reply.error, nullptr);
+            EXPECT_NE(reply.error->developerMessage().find("after 3 attempts"), std::string::npos)
+                << describe(reply.error);
+        }
+        std::vector<unsigned> expected(row.attempts);
+        std::iota(expected.begin(), expected.end(), 1u);
+        EXPECT_EQ(observed, expected);
+        std::lock_guard lock(mutex);
+        const auto& keys = keysSeen[std::to_string(i)];
+        EXPECT_EQ(keys.size(), row.serverHits);
+        for (const auto& key : keys) {
+            EXPECT_EQ(key.empty(), !row.keys);
+            EXPECT_EQ(key, keys.front());  // the same key on every attempt
         }
     }
 }

@@ -99,7 +99,8 @@ VLMSDKHTTPEngine::VLMSDKHTTPEngine(std::shared_ptr<const Options> options, Drive
     : options_(std::move(options)),
       driver_(driver),
       liveLimit_(std::max<std::size_t>(options_->maximumLiveTransfers, 1)),
-      outOfMemory_(engineError(VLMErrorCode::Transport, "Out of memory while handling a request.", __func__)) {}
+      outOfMemory_(engineError(VLMErrorCode::Transport, "Out of memory while handling a request.", __func__)),
+      retryRule_(options_->retry) {}
 
 VLMSDKHTTPEngine::~VLMSDKHTTPEngine() {
     if (thread_.joinable()) {
@@ -151,6 +152,11 @@ void VLMSDKHTTPEngine::submit(VLMSDKHTTPPendingRequest&& pending) {
     } catch (...) {
         // Neither a throwing handler nor a failed allocation escapes into the caller.
     }
+}
+
+std::uint64_t VLMSDKHTTPEngine::newRequestID() {
+    static std::atomic<std::uint64_t> next{1};
+    return next.fetch_add(1, std::memory_order_relaxed);
 }
 
 void VLMSDKHTTPEngine::cancelRequest(std::uint64_t id) {
@@ -240,9 +246,11 @@ int VLMSDKHTTPEngine::prepareLocked(std::vector<pollfd>& descriptors) {
     }
     if (!waiting_.empty() && live_ < liveLimit_) return 0;
     descriptors.insert(descriptors.end(), sockets_.begin(), sockets_.end());
-    if (!timerDeadline_) return -1;
+    std::optional<std::chrono::steady_clock::time_point> wakeAt = timerDeadline_;
+    if (!delayed_.empty() && (!wakeAt || delayed_.front().due < *wakeAt)) wakeAt = delayed_.front().due;
+    if (!wakeAt) return -1;
     const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(*timerDeadline_ - std::chrono::steady_clock::now()).count();
+        std::chrono::ceil<std::chrono::milliseconds>(*wakeAt - std::chrono::steady_clock::now()).count();
     return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
 }
 
@@ -261,6 +269,7 @@ void VLMSDKHTTPEngine::driveLocked(std::span<const pollfd> descriptors) {
     for (const std::uint64_t id : cancelledNow_) cancelOne(id);
     cancelledNow_.clear();
     if (!stop) {
+        releaseDueRetries();
         startWaiting();
         int running = 0;
         for (const pollfd& descriptor : descriptors) {
@@ -351,6 +360,10 @@ void VLMSDKHTTPEngine::admit(std::vector<VLMSDKHTTPPendingRequest>& arrived) {
             complete(pending.completion, {nullptr, nullptr, std::move(rejection)});
             continue;
         }
+        // A POST or PATCH that will carry an idempotency key needs a number to make it from.
+        if (options_->retry.idempotencyKeys && pending.id == 0 && pending.request->method() != "GET") {
+            pending.id = newRequestID();
+        }
         try {
             waiting_.push(std::move(pending));
         } catch (const std::exception&) {
@@ -415,10 +428,53 @@ void VLMSDKHTTPEngine::collectFinished() {
                 // An observer's failure must not cost the request its reply.
             }
         }
+        if (retryLater(*transfer, result, reply)) {
+            idle_.push_back(transfer);
+            continue;
+        }
         auto completion = transfer->release();
         idle_.push_back(transfer);
         complete(completion, std::move(reply));
     }
+}
+
+bool VLMSDKHTTPEngine::retryLater(VLMSDKHTTPTransfer& transfer, CURLcode result, const VLMSDKHTTPReply& reply) {
+    if (options_->retry.maximumAttempts <= 1) return false;
+    VLMSDKHTTPAttemptOutcome outcome;
+    outcome.result = result;
+    outcome.statusCode = reply.response ? reply.response->statusCode() : 0;
+    std::optional<std::string> retryAfter;
+    if (reply.response) retryAfter = reply.response->headerValue("Retry-After");
+    if (retryAfter) outcome.retryAfter = *retryAfter;
+    outcome.safeToRepeat = transfer.request()->method() == "GET" || transfer.isKeyed();
+    outcome.attemptsMade = transfer.attempt();
+    const auto delay = retryRule_.nextDelay(outcome);
+    if (!delay) return false;
+    try {
+        Delayed later{std::chrono::steady_clock::now() + *delay,
+                      {transfer.request(), nullptr, transfer.requestID(), transfer.attempt() + 1}};
+        const auto at = std::upper_bound(delayed_.begin(), delayed_.end(), later.due,
+                                         [](auto due, const Delayed& d) { return due < d.due; });
+        const auto inserted = delayed_.insert(at, std::move(later));
+        inserted->pending.completion = transfer.release();
+    } catch (const std::exception&) {
+        return false;  // no room to keep it: this attempt's outcome stands
+    }
+    return true;
+}
+
+void VLMSDKHTTPEngine::releaseDueRetries() {
+    const auto now = std::chrono::steady_clock::now();
+    std::size_t due = 0;
+    while (due < delayed_.size() && delayed_[due].due <= now) ++due;
+    for (std::size_t i = 0; i < due; ++i) {
+        try {
+            waiting_.push(std::move(delayed_[i].pending));
+        } catch (const std::exception&) {
+            complete(delayed_[i].pending.completion, {nullptr, nullptr, outOfMemory_});
+        }
+    }
+    delayed_.erase(delayed_.begin(), delayed_.begin() + static_cast<std::ptrdiff_t>(due));
 }
 
 void VLMSDKHTTPEngine::cancelOne(std::uint64_t id) {
@@ -432,6 +488,18 @@ void VLMSDKHTTPEngine::cancelOne(std::uint64_t id) {
         idle_.push_back(transfer.get());
         complete(completion, {nullptr, nullptr, std::move(error)});
         startWaiting();  // its slot is free
+        return;
+    }
+    for (auto later = delayed_.begin(); later != delayed_.end(); ++later) {
+        if (later->pending.id != id) continue;
+        VLMSDKHTTPPendingRequest pending = std::move(later->pending);
+        delayed_.erase(later);
+        VLMErrorPtr error = errorOr(outOfMemory_, [&] {
+            // An earlier attempt went out: a POST or PATCH may have been acted on.
+            return VLMSDKCancellation::cancelledError(pending.request->method() + " " + pending.request->redactedURL(),
+                                                      pending.request->method() != "GET");
+        });
+        complete(pending.completion, {nullptr, nullptr, std::move(error)});
         return;
     }
     for (std::size_t i = waiting_.head; i < waiting_.items.size(); ++i) {
@@ -457,6 +525,8 @@ void VLMSDKHTTPEngine::cancelAll() {
         arrived.swap(incoming_);
     }
     for (auto& pending : arrived) waiting_.push(std::move(pending));
+    for (auto& later : delayed_) waiting_.push(std::move(later.pending));
+    delayed_.clear();
     for (const auto& transfer : transfers_) {
         if (!transfer->isLive()) continue;
         curl_multi_remove_handle(multi_, transfer->handle());

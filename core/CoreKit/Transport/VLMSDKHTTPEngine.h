@@ -2,6 +2,7 @@
 
 #include "../JSON/VLMSDKJSONReader.h"
 #include "../VLMSDKMainQueueSource.h"
+#include "VLMSDKHTTPRetryRule.h"
 #include "VLMSDKHTTPTransfer.h"
 
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
@@ -46,8 +47,8 @@ public:
     /// finishes when the handler returns. Idempotent.
     void shutdown();
 
-    /// A number for a request the host may cancel (put in its `id` before `submit`).
-    std::uint64_t newRequestID() { return nextRequestID_.fetch_add(1, std::memory_order_relaxed); }
+    /// A number unique in the process for a request the host may cancel (put in its `id` before `submit`).
+    static std::uint64_t newRequestID();
     /// Answers the request numbered `id` with the cancelled error if it is still queued or on the wire
     /// (its transfer leaves libcurl), on the driving thread; nothing once it was answered. Any thread.
     void cancelRequest(std::uint64_t id);
@@ -73,6 +74,9 @@ private:
     void collectFinished();
     void cancelAll();
     void cancelOne(std::uint64_t id);
+    // Sends the finished attempt of `transfer` again later if the retry policy says so; false if not.
+    bool retryLater(VLMSDKHTTPTransfer& transfer, CURLcode result, const VLMSDKHTTPReply& reply);
+    void releaseDueRetries();
     VLMSDKHTTPTransfer* idleTransfer(VLMErrorPtr* error);
     void complete(VLMSDKDataTaskCompletion& completion, VLMSDKHTTPReply reply);
 
@@ -89,7 +93,13 @@ private:
     std::vector<VLMSDKHTTPPendingRequest> arrived_;  // the driving thread's: incoming_ as last taken
     std::vector<std::uint64_t> cancelled_;           // guarded by mutex_: requests the host cancelled
     std::vector<std::uint64_t> cancelledNow_;        // the driving thread's: cancelled_ as last taken
-    std::atomic<std::uint64_t> nextRequestID_{1};
+    // Requests waiting to be sent again, soonest first.
+    struct Delayed {
+        std::chrono::steady_clock::time_point due;
+        VLMSDKHTTPPendingRequest pending;
+    };
+    std::vector<Delayed> delayed_;
+    VLMSDKHTTPRetryRule retryRule_;
     bool accepting_ = false;
     bool stopRequested_ = false;
     bool driverWaiting_ = false;  // the network thread waits, or is about to: only then is a wake-up needed

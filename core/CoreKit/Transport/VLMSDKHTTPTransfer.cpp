@@ -3,6 +3,9 @@
 #include "../JSON/VLMSDKJSONReader.h"
 
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
+
+#include <cstdio>
+#include <random>
 #include "../VLMSDKHeaderLookup.h"
 
 #include <algorithm>
@@ -66,6 +69,17 @@ std::string excerptOf(const std::string& body) {
     }
     if (body.size() > kExcerptLength) excerpt += "...";
     return excerpt;
+}
+
+// Random once per process, so that keys of different runs and managers never meet at the service.
+const std::string& idempotencyPrefix() {
+    static const std::string prefix = [] {
+        std::random_device random;
+        char text[40];
+        std::snprintf(text, sizeof text, "%08x%08x%08x%08x-", random(), random(), random(), random());
+        return std::string(text);
+    }();
+    return prefix;
 }
 
 VLMErrorPtr networkError(VLMErrorCode code, std::string message, const char* function) {
@@ -146,6 +160,7 @@ VLMSDKHTTPTransfer* VLMSDKHTTPTransfer::from(CURL* handle) {
 
 VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
     requestID_ = pending.id;
+    attempt_ = pending.attempt;
     request_ = std::move(pending.request);
     completion_ = std::move(pending.completion);
     const VLMSDKRequest& request = *request_;
@@ -178,6 +193,14 @@ VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
         }
         // Empty "Name:" lines remove headers libcurl would add on its own: the 100-continue round trip for
         // larger bodies, and a form content type on bodies sent without one.
+        // The same key on every attempt of one request: the process's random prefix and the request's number.
+        keyed_ = options_.retry.idempotencyKeys && method != Method::GET && requestID_ != 0;
+        if (keyed_) {
+            scratch_ += "Idempotency-Key: ";
+            scratch_ += idempotencyPrefix();
+            scratch_ += std::to_string(requestID_);
+            scratch_ += '\n';
+        }
         if (!hasExpect && sendsBody) scratch_ += "Expect:\n";
         if (!hasContentType && sendsBody) scratch_ += "Content-Type:\n";
         // Most requests of a manager carry the same headers: the list of the previous one is kept.
@@ -304,7 +327,7 @@ VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result, VLMSDKJSONReader& 
     if (statusCode > 0) {
         // The request's own URL, redacted: redirects are not followed, so it is the one that answered.
         reply.response = std::make_shared<const VLMSDKURLResponse>(request_->redactedURL(), statusCode,
-                                                                   std::move(replyHeaders_));
+                                                                   std::move(replyHeaders_), attempt_);
     }
     if (result != CURLE_OK || tooLarge_ || outOfMemory_) {
         reply.error = transportError(result, statusCode);
@@ -345,6 +368,7 @@ VLMErrorPtr VLMSDKHTTPTransfer::transportError(CURLcode result, long statusCode)
     }
     std::string message = what + " failed: " + curl_easy_strerror(result);
     if (errorBuffer_[0] != '\0') message.append(" (").append(errorBuffer_).append(")");
+    if (attempt_ > 1) message.append(" after ").append(std::to_string(attempt_)).append(" attempts");
     switch (result) {
     case CURLE_OPERATION_TIMEDOUT: return networkError(VLMErrorCode::Timeout, std::move(message), __func__);
     case CURLE_URL_MALFORMAT: return networkError(VLMErrorCode::InvalidRequest, std::move(message), __func__);
@@ -356,6 +380,7 @@ VLMSDKHTTPExchange VLMSDKHTTPTransfer::exchange(const VLMSDKHTTPReply& reply) co
     VLMSDKHTTPExchange exchange;
     exchange.method = request_->method();
     exchange.url = request_->redactedURL();
+    exchange.attempt = attempt_;
     exchange.requestHeaders = request_->headers();
     for (auto& [name, value] : exchange.requestHeaders) {
         // The scheme stays readable ("Bearer ***"); the credentials never leave.
@@ -393,6 +418,8 @@ VLMSDKDataTaskCompletion VLMSDKHTTPTransfer::release() {
     completion_ = nullptr;
     request_.reset();
     requestID_ = 0;
+    attempt_ = 1;
+    keyed_ = false;
     // The header list stays set and kept for the next request that sends the same lines.
     replyHeaders_.clear();
     if (body_.capacity() > kKeptBodyCapacity) {

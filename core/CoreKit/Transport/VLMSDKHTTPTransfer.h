@@ -20,7 +20,8 @@ class VLMSDKJSONReader;
 struct VLMSDKHTTPPendingRequest {
     std::shared_ptr<const VLMSDKRequest> request;
     VLMSDKDataTaskCompletion completion;
-    std::uint64_t id = 0;  ///< the engine's number for a request the host may cancel; 0 for one it cannot
+    std::uint64_t id = 0;  ///< a number unique in the process for a request that is cancellable or keyed; else 0
+    std::uint32_t attempt = 1;
 };
 
 /// The three values a reply handler receives.
@@ -66,6 +67,10 @@ public:
     /// The error for a transfer the host cancelled: it says whether a POST or PATCH may have reached the service.
     VLMErrorPtr hostCancellationError() const;
     std::uint64_t requestID() const { return requestID_; }
+    unsigned attempt() const { return attempt_; }
+    const std::shared_ptr<const VLMSDKRequest>& request() const { return request_; }
+    /// Whether the request carries an idempotency key (then it may be repeated like a GET).
+    bool isKeyed() const { return keyed_; }
 
     /// Hands back the loaded request's completion and forgets the request, ready for the next one.
     VLMSDKDataTaskCompletion release();
@@ -92,6 +97,8 @@ private:
     CURL* handle_;
     curl_slist* requestHeaders_ = nullptr;
     std::uint64_t requestID_ = 0;
+    unsigned attempt_ = 1;
+    bool keyed_ = false;
     std::string headerLines_;  // what requestHeaders_ holds, one line per '\n'
     std::shared_ptr<const VLMSDKRequest> request_;
     VLMSDKDataTaskCompletion completion_;

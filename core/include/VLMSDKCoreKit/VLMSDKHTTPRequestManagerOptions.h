@@ -1,6 +1,7 @@
 #pragma once
 
 #include <VLMSDKCoreKit/VLMSDKHTTPExchange.h>
+#include <VLMSDKCoreKit/VLMSDKRetryPolicy.h>
 
 #include <chrono>
 #include <cstddef>
@@ -45,4 +46,6 @@ struct VLMSDKHTTPRequestManagerOptions {
     /// Told of every attempt once it ends, before its reply handler runs, on the thread that drives the
     /// transfer (see the manager's modes). It must return quickly and must not throw. Default: none.
     VLMSDKHTTPExchangeObserver exchangeObserver;
+    /// When a failed request is sent again (see VLMSDKRetryPolicy). Default: never.
+    VLMSDKRetryPolicy retry;
 };
