@@ -225,7 +225,11 @@ VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
 
     ok = ok && setOption(handle_, CURLOPT_URL, request.url().c_str()) &&
          setOption(handle_, CURLOPT_HTTPHEADER, requestHeaders_) &&
-         setOption(handle_, CURLOPT_PIPEWAIT, isHTTPS(request.url()) ? 1L : 0L);
+         setOption(handle_, CURLOPT_PIPEWAIT, isHTTPS(request.url()) ? 1L : 0L) &&
+         // libcurl sends a request again, on its own, when a reused connection died before any answer: a
+         // POST or PATCH the service may have acted on would be acted on twice. Such a request (unless its
+         // idempotency key makes repeating it safe) goes on a connection of its own.
+         setOption(handle_, CURLOPT_FRESH_CONNECT, method != Method::GET && !keyed_ ? 1L : 0L);
     if (ok && sendsBody) {
         // A body-carrying method without a body still says so: "Content-Length: 0".
         const char* body = request.body() ? request.body()->data() : "";

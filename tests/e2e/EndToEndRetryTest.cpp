@@ -1,0 +1,71 @@
+// Retries against the local service: replies lost after the service acted are sent again with the same
+// idempotency key and posted once; without keys, a payment or charge whose bytes left is never sent again.
+#include "EndToEndSupport.h"
+
+#include <pmssandbox/Fault.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+using namespace std::chrono_literals;
+using namespace e2e;
+using pmssandbox::Fault;
+
+TEST(EndToEndRetryTest, LostRepliesOfKeyedPaymentsAndChargesArePostedOnceAndUnkeyedOnesAreNotSentAgain) {
+    constexpr int kDrops = 2;
+    const std::string pay3 = "guest/reservations/rsv_0003/transactions";
+    const std::string charge3 = "guest/reservations/rsv_0003/charge";
+    for (const bool keys : {true, false}) {
+        SCOPED_TRACE(keys ? "idempotency keys on" : "idempotency keys off");
+        auto sandbox = startSandbox();
+        VLMSDKHTTPRequestManagerOptions options;
+        options.maximumLiveTransfers = 1;
+        options.retry = {kDrops + 2, 1ms, 20ms, keys};
+        auto transport = std::make_shared<VLMSDKHTTPRequestManager>(options);
+        auto builder = std::make_shared<VLMSDKRequestBuilder>(sandbox->baseUrl());
+        builder->setAccessToken(kSandboxToken);
+        const VLMSDKAPIManager api(builder, transport);
+
+        const auto postings = [&] {
+            DeliveryLog log;
+            folio("rsv_0003")(api, log);
+            EXPECT_TRUE(log.waitFor());
+            const auto record = log.record<VLMSDKFolio>();
+            return record ? record->deliverables().size() : 0u;
+        };
+        const std::size_t before = postings();
+        sandbox->clearRequests();
+        // The service acts on each of these requests, then drops the connection before replying.
+        sandbox->addFault(Fault::dropReply().matching("POST", pay3).times(kDrops));
+        sandbox->addFault(Fault::dropReply().matching("POST", charge3).times(kDrops));
+        DeliveryLog log;
+        pay("rsv_0003", 10, "USD", "card_cassia_visa_0077")(api, log);
+        ASSERT_TRUE(log.waitFor(1));
+        charge("rsv_0003", {{"itm_sparkling_water", 1}})(api, log);
+        ASSERT_TRUE(log.waitFor(2));
+        transport->shutdown();
+        VLMSDKMainQueue::drain();
+        ASSERT_EQ(log.count(), 2u);  // one completion per operation, whatever the attempts
+
+        const std::size_t attempts = keys ? kDrops + 1 : 1;
+        EXPECT_EQ(sandbox->requestCount("POST", pay3), attempts);
+        EXPECT_EQ(sandbox->requestCount("POST", charge3), attempts);
+        for (std::size_t i = 0; i < 2; ++i) EXPECT_EQ(log.at(i).error == nullptr, keys) << i;
+        if (!keys) {
+            // Each went out once and its reply was lost: the service acted once, and the caller is told so.
+            EXPECT_EQ(log.at(0).error->code(), VLMErrorCode::Transport);
+        }
+        auto reader = std::make_shared<VLMSDKHTTPRequestManager>();
+        const VLMSDKAPIManager check(builder, reader);
+        const auto after = [&] {
+            DeliveryLog folioLog;
+            folio("rsv_0003")(check, folioLog);
+            EXPECT_TRUE(folioLog.waitFor());
+            const auto record = folioLog.record<VLMSDKFolio>();
+            return record ? record->deliverables().size() : 0u;
+        }();
+        // One payment line and one charge line, however many attempts: no double posting.
+        EXPECT_EQ(after, before + 2);
+    }
+}
