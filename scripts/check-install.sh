@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks that every C++ block of README.md is a program of examples/, word for word; installs the kit into a
-# temporary prefix, builds examples/ against the installed package (CMake package and pkg-config file), and
-# runs the programs against a pms-sandbox started on an ephemeral port.
+# temporary prefix, builds examples/ against the installed package (CMake package and pkg-config file), the
+# Qt and Asio host programs included, and runs the programs against a pms-sandbox started on an ephemeral port.
 #   scripts/check-install.sh [BUILD_DIR]     default: build (configured as scripts/test.sh does if new)
 # JOBS sets the build parallelism (default: all cores). The build must not be a sanitizer build.
 set -euo pipefail
@@ -55,6 +55,10 @@ say "building examples/ with find_package(VLMSDKPMSKit)"
 cmake -S "$root/examples" -B "$work/example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/example" >/dev/null
 cmake_example="$work/example/host_example"
+for program in qt_host asio_host; do
+  [ -x "$work/example/$program" ] ||
+    fail "examples/$program.cpp was not built: its event loop's library is missing (scripts/setup.sh --examples)"
+done
 
 say "building examples/host_example.cpp with pkg-config vlmsdk-pmskit"
 pc_flags="$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig:$prefix/share/pkgconfig" pkg-config --cflags --libs vlmsdk-pmskit)" ||
@@ -76,15 +80,25 @@ done
 [ -n "$url" ] || fail "pms-sandbox never said where it listens"
 say "pms-sandbox listening on $url"
 
-for example in "$cmake_example" "$pc_example"; do
-  out="$("$example" "$url" sandbox-token rsv_0003)" || fail "$example exited $? against $url"
+# check_host PROGRAM PATTERN...: PROGRAM prints a line matching each pattern, and fails with a wrong token.
+check_host() {
+  local program="$1" out pattern
+  shift
+  out="$("$program" "$url" sandbox-token rsv_0003)" || fail "$program exited $? against $url"
   while IFS= read -r line; do echo "  $line"; done <<<"$out"
-  grep -q '^Reservation rsv_0003: status in_house' <<<"$out" || fail "$example did not print the reservation"
-  grep -q '^Folio fol_0003: 4 posting(s)' <<<"$out" || fail "$example did not print the folio"
-  if "$example" "$url" wrong-token rsv_0003 >/dev/null 2>&1; then
-    fail "$example succeeded with a wrong token"
+  for pattern in "$@"; do
+    grep -q "$pattern" <<<"$out" || fail "$program did not print a line matching: $pattern"
+  done
+  if "$program" "$url" wrong-token rsv_0003 >/dev/null 2>&1; then
+    fail "$program succeeded with a wrong token"
   fi
+}
+reservation_line='^Reservation rsv_0003: status in_house'
+folio_line='^Folio fol_0003: 4 posting(s)'
+for example in "$cmake_example" "$pc_example" "$work/example/asio_host"; do
+  check_host "$example" "$reservation_line" "$folio_line"
 done
+check_host "$work/example/qt_host" "$reservation_line"
 for program in "$work"/example/readme_*; do
   [ -f "$program" ] && [ -x "$program" ] || continue
   name="$(basename "$program")"

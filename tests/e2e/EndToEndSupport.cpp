@@ -43,9 +43,10 @@ bool DeliveryLog::waitFor(std::size_t expected) const {
     return VLMSDKMainQueue::runUntil([this, expected] { return count() >= expected; }, kDeliveryLimit);
 }
 
-Client::Client(const std::string& baseURL, std::optional<std::string> token)
-    : transport_(std::make_shared<VLMSDKHTTPRequestManager>([] {
+Client::Client(const std::string& baseURL, std::optional<std::string> token, VLMSDKHTTPRequestManagerOptions::Mode mode)
+    : transport_(std::make_shared<VLMSDKHTTPRequestManager>([mode] {
           VLMSDKHTTPRequestManagerOptions options;
+          options.mode = mode;
           options.maximumLiveTransfers = 1;  // one connection to the service
           return options;
       }())),

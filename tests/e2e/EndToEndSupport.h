@@ -68,7 +68,8 @@ private:
 /// kit's own reports. Concurrency on the kit's side (callers, network thread, main thread) is unchanged.
 class Client {
 public:
-    Client(const std::string& baseURL, std::optional<std::string> token);
+    Client(const std::string& baseURL, std::optional<std::string> token,
+           VLMSDKHTTPRequestManagerOptions::Mode mode = VLMSDKHTTPRequestManagerOptions::Mode::Automatic);
     ~Client();
 
     const VLMSDKAPIManager& api() const { return api_; }
