@@ -97,10 +97,10 @@ TEST(EndToEndAsyncFormsTest, BothFormsRunEveryOperationToItsResult) {
         {"an unknown reservation", run(fetchReservationWithID, std::string("rsv_none")), "error HTTP 404"},
     };
     using Mode = VLMSDKHTTPRequestManagerOptions::Mode;
-    // Futures only in the threaded mode: in the pumped one this transport still needs the main queue pumped
-    // to move a request (the kit's tests wait on a future there with a request manager that does not).
-    for (const auto& [form, mode] : {std::pair{Form::Future, Mode::Threaded}, std::pair{Form::Coroutine, Mode::Pumped},
-                                     std::pair{Form::Coroutine, Mode::Threaded}}) {
+    // A future is waited with the main thread blocked in both modes: its request goes through the network
+    // thread even when the manager is pumped.
+    for (const auto& [form, mode] : {std::pair{Form::Future, Mode::Pumped}, std::pair{Form::Future, Mode::Threaded},
+                                     std::pair{Form::Coroutine, Mode::Pumped}, std::pair{Form::Coroutine, Mode::Threaded}}) {
         SCOPED_TRACE(std::string(form == Form::Future ? "future" : "coroutine") +
                      (mode == Mode::Pumped ? ", pumped" : ", threaded"));
         auto sandbox = startSandbox();

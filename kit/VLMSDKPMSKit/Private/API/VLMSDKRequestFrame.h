@@ -82,10 +82,11 @@ public:
 
     /// The absent-argument path: assertion, then the required-argument error named `checkText` by the
     /// delivery rule. On the main thread no error is built when there is no completion to receive it.
-    static void failAbsentArgument(const char* checkText, const Completion& completion,
+    static void failAbsentArgument(const VLMSDKAPIManager& manager, const char* checkText, const Completion& completion,
                                    VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
         VLMSDKAsserts::handleParameterAssert(checkText, std::nullopt, site);
-        if (VLMSDKMainQueue::isMainThread()) {
+        // A caller that blocks the main thread gets its outcome here, on its own thread.
+        if (VLMSDKMainQueue::isMainThread() || manager.requestControl().handlerOffMainQueue) {
             if (!completion) return;
             completion(Result{}, VLMError::requiredArgumentErrorWithName(checkText, std::nullopt, site.function,
                                                                          site.file));
@@ -101,25 +102,26 @@ public:
     /// Asks `requestInfo` whether it is valid. When not: writes "`logFormat`" with the error's developer
     /// message at level 1 to the remote and then the console logger, delivers (Result{}, the error) and
     /// answers false.
-    static bool validateLogging(const VLMSDKRequestInfo& requestInfo, const char* logFormat, const Completion& completion,
+    static bool validateLogging(const VLMSDKAPIManager& manager, const VLMSDKRequestInfo& requestInfo,
+                                const char* logFormat, const Completion& completion,
                                 VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
         VLMErrorPtr validationError;
         if (requestInfo.isValid(&validationError)) return true;
         logInvalid(VLMSDKRemoteLogger::sharedLogger(), logFormat, validationError, site);
         logInvalid(VLMSDKConsoleLogger::sharedLogger(), logFormat, validationError, site);
-        deliver(completion, Result{}, std::move(validationError));
+        deliverRefusal(manager, completion, std::move(validationError));
         return false;
     }
 
     /// Asks `requestInfo` (which may be absent) whether it is valid. When not: reports `assertText` to the
     /// assertion handler, delivers (Result{}, the error, nothing for an absent request) and answers false.
-    static bool validateAsserting(const VLMSDKRequestInfo* requestInfo, const char* assertText,
-                                  const Completion& completion,
+    static bool validateAsserting(const VLMSDKAPIManager& manager, const VLMSDKRequestInfo* requestInfo,
+                                  const char* assertText, const Completion& completion,
                                   VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
         VLMErrorPtr validationError;
         if (requestInfo && requestInfo->isValid(&validationError)) return true;
         VLMSDKAsserts::handleParameterAssert(assertText, std::nullopt, site);
-        deliver(completion, Result{}, std::move(validationError));
+        deliverRefusal(manager, completion, std::move(validationError));
         return false;
     }
 
@@ -168,7 +170,7 @@ public:
                                   const std::optional<VLMSDKJSON>& parameters, Completion completion,
                                   VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
         if (identifier.find('/') != std::string::npos) {
-            deliver(std::move(completion), Result{},
+            deliverRefusal(manager, std::move(completion),
                     VLMError::requiredArgumentErrorWithName(
                         argumentName,
                         "The identifier '" + identifier +
@@ -191,6 +193,16 @@ public:
     }
 
 private:
+    /// (Result{}, `error`) for a request refused before it was sent, by the delivery rule, or at once when the
+    /// caller blocks the main thread (handler off the main queue).
+    static void deliverRefusal(const VLMSDKAPIManager& manager, Completion completion, VLMErrorPtr error) {
+        if (manager.requestControl().handlerOffMainQueue) {
+            if (completion) completion(Result{}, std::move(error));
+            return;
+        }
+        deliver(std::move(completion), Result{}, std::move(error));
+    }
+
     /// What a controlled request's reply handler needs besides the reply: the control, and the request's
     /// description for a cancelled error.
     struct Controlled {

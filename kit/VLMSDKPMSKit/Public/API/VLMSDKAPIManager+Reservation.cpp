@@ -87,22 +87,22 @@ const FolioFrame::Operation updateMasterBillOperation{FolioFrame::Method::POST,
 void createReservationWithRequest(const VLMSDKAPIManager& manager,
                                   std::shared_ptr<const VLMSDKCreateReservationRequestInfo> requestInfo,
                                   VLMSDKReservationCompletion completion) {
-    if (!requestInfo) return ReservationFrame::failAbsentArgument("requestInfo", completion);
-    if (!ReservationFrame::validateLogging(*requestInfo, "Can't create reservation. %s", completion)) return;
+    if (!requestInfo) return ReservationFrame::failAbsentArgument(manager, "requestInfo", completion);
+    if (!ReservationFrame::validateLogging(manager, *requestInfo, "Can't create reservation. %s", completion)) return;
     ReservationFrame::send(manager, createOperation, "guest/reservations", requestInfo->JSONRepresentation(),
                            std::move(completion));
 }
 
 void fetchReservationWithID(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
                             VLMSDKReservationCompletion completion) {
-    if (!reservationID) return ReservationFrame::failAbsentArgument("reservationID", completion);
+    if (!reservationID) return ReservationFrame::failAbsentArgument(manager, "reservationID", completion);
     ReservationFrame::sendForIdentifier(manager, fetchOperation, "guest/reservations/%@", *reservationID,
                                         "reservationID", std::nullopt, std::move(completion));
 }
 
 void confirmReservationWithID(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
                               bool notifyAboutMobileCheckinOpen, VLMSDKReservationCompletion completion) {
-    if (!reservationID) return ReservationFrame::failAbsentArgument("reservationVelmoraID", completion);
+    if (!reservationID) return ReservationFrame::failAbsentArgument(manager, "reservationVelmoraID", completion);
     ReservationFrame::sendForIdentifier(manager, confirmOperation, "guest/reservations/%@", *reservationID,
                                         "reservationVelmoraID", VLMSDKJSON{{"notify_me", notifyAboutMobileCheckinOpen}},
                                         std::move(completion));
@@ -111,7 +111,7 @@ void confirmReservationWithID(const VLMSDKAPIManager& manager, const std::option
 void performMobileCheckinForReservationWithID(const VLMSDKAPIManager& manager,
                                               const std::optional<std::string>& reservationID,
                                               VLMSDKReservationCompletion completion) {
-    if (!reservationID) return ReservationFrame::failAbsentArgument("reservationVelmoraID", completion);
+    if (!reservationID) return ReservationFrame::failAbsentArgument(manager, "reservationVelmoraID", completion);
     ReservationFrame::sendForIdentifier(manager, checkinOperation, "guest/reservations/%@/mobile_checkin",
                                         *reservationID, "reservationVelmoraID", std::nullopt, std::move(completion));
 }
@@ -119,7 +119,7 @@ void performMobileCheckinForReservationWithID(const VLMSDKAPIManager& manager,
 void performMobileCheckoutForReservationWithID(const VLMSDKAPIManager& manager,
                                                const std::optional<std::string>& reservationID,
                                                VLMSDKSuccessCompletion completion) {
-    if (!reservationID) return SuccessFrame::failAbsentArgument("reservationVelmoraID", completion);
+    if (!reservationID) return SuccessFrame::failAbsentArgument(manager, "reservationVelmoraID", completion);
     SuccessFrame::sendForIdentifier(manager, checkoutOperation, "guest/reservations/%@/mobile_checkout", *reservationID,
                                     "reservationVelmoraID", std::nullopt, std::move(completion));
 }
@@ -127,8 +127,8 @@ void performMobileCheckoutForReservationWithID(const VLMSDKAPIManager& manager,
 void payForReservationWithRequest(const VLMSDKAPIManager& manager,
                                   std::shared_ptr<const VLMSDKPayForReservationRequestInfo> requestInfo,
                                   VLMSDKPayForReservationCompletion completion) {
-    if (!requestInfo) return PayFrame::failAbsentArgument("requestInfo", completion);
-    if (!PayFrame::validateLogging(*requestInfo, "Can't pay for reservation. %s", completion)) return;
+    if (!requestInfo) return PayFrame::failAbsentArgument(manager, "requestInfo", completion);
+    if (!PayFrame::validateLogging(manager, *requestInfo, "Can't pay for reservation. %s", completion)) return;
     PayFrame::sendForIdentifier(manager, payOperation, "guest/reservations/%@/transactions",
                                 *requestInfo->reservationID(), "reservationID", requestInfo->JSONRepresentation(),
                                 std::move(completion));
@@ -136,7 +136,7 @@ void payForReservationWithRequest(const VLMSDKAPIManager& manager,
 
 void fetchReservationMasterBill(const VLMSDKAPIManager& manager, const std::optional<std::string>& reservationID,
                                 VLMSDKFolioCompletion completion) {
-    if (!reservationID) return FolioFrame::failAbsentArgument("reservationID", completion);
+    if (!reservationID) return FolioFrame::failAbsentArgument(manager, "reservationID", completion);
     FolioFrame::sendForIdentifier(manager, fetchMasterBillOperation, "guest/reservations/%@/folio", *reservationID,
                                   "reservationID", std::nullopt, std::move(completion));
 }
@@ -144,7 +144,7 @@ void fetchReservationMasterBill(const VLMSDKAPIManager& manager, const std::opti
 void updateReservationMasterBillWithRequest(
     const VLMSDKAPIManager& manager, std::shared_ptr<const VLMSDKUpdateReservationMasterBillRequestInfo> requestInfo,
     VLMSDKFolioCompletion completion) {
-    if (!FolioFrame::validateAsserting(requestInfo.get(), "[requestInfo isValid:&validationError]", completion)) return;
+    if (!FolioFrame::validateAsserting(manager, requestInfo.get(), "[requestInfo isValid:&validationError]", completion)) return;
     FolioFrame::sendForIdentifier(manager, updateMasterBillOperation, "guest/reservations/%@/charge",
                                   *requestInfo->reservationID(), "reservationID", requestInfo->JSONRepresentation(),
                                   std::move(completion));

@@ -73,10 +73,10 @@ using VLMSDKOperationValue = typename vlmsdk::detail::OperationValue<std::decay_
 
 /// Starts `operation(api, args...)` and answers a future of its result, set exactly once on the thread that
 /// handled the reply (the calling thread for an argument refused at once), never through the main queue:
-/// the operation runs through `api.withHandlerOffMainQueue()`, whose request manager must move the request
-/// without the main queue being pumped. So the main thread may block on the future without deadlocking, as
-/// long as the operation was started on the main thread or its arguments are valid (an argument refused off
-/// the main thread is answered through the main queue). Callable from any thread.
+/// the operation runs through `api.withHandlerOffMainQueue()`, which VLMSDKHTTPRequestManager drives on its
+/// network thread in every mode. So the main thread may block on the future without deadlocking (a request
+/// manager of the host's own must likewise move such a request without the main queue). Callable from any
+/// thread.
 template <class Operation, class... Args>
 [[nodiscard]] std::future<VLMSDKResult<VLMSDKOperationValue<Operation>>> VLMSDKFuture(Operation operation,
                                                                                     const VLMSDKAPIManager& api,
