@@ -343,9 +343,9 @@ private:
         const auto started = Clock::now();
         manager_->performDataTaskRequest(
             builder_->GETWithPath(path_, std::nullopt),
-            [this, started](std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
-                            VLMErrorPtr error) {
-                const bool ok = json && json->contains("reservation") && response && response->statusCode() == 200 &&
+            [this, started](std::shared_ptr<const VLMSDKJSONReply> json,
+                            std::shared_ptr<const VLMSDKURLResponse> response, VLMErrorPtr error) {
+                const bool ok = json && json->hasMember("reservation") && response && response->statusCode() == 200 &&
                                 !error;
                 // The reply is released where it was made, as the kit's frame does.
                 json.reset();

@@ -97,9 +97,9 @@ bool handMapFolio(const VLMSDKJSON& json, std::size_t postings) {
            (postings < 2 || (folio.postings[1].price && *folio.postings[1].price == 1.25));
 }
 
-// The folio mapped from `json`, checked; false when the mapping failed or lost postings.
-bool mapFolio(const VLMSDKJSON& json, std::size_t postings) {
-    const auto mapped = VLMSDKMapper::objectFromJSON(json, VLMSDKFolio::objectMapping());
+// The folio mapped from `reply`, checked; false when the mapping failed or lost postings.
+bool mapFolio(const VLMSDKJSONReply& reply, std::size_t postings) {
+    const auto mapped = VLMSDKMapper::objectFromReply(reply, VLMSDKFolio::objectMapping());
     const auto folio = mapped->resultAs<VLMSDKFolio>();
     keep(folio);
     return folio && folio->deliverables().size() == postings &&
@@ -143,12 +143,10 @@ int main(int argc, char** argv) {
 
     vlmsdk::detail::VLMSDKJSONReader reader;
     bool allMapped = true;
-    // The transport's path: read, share, map, release.
+    // The transport's path: read, map, release.
     const auto readAndMap = [&](std::string& text, std::size_t postings) {
-        auto read = reader.read(text);
-        const auto reply = vlmsdk::detail::VLMSDKJSONReader::share(std::move(read.json));
-        allMapped = read.failure == vlmsdk::detail::VLMSDKJSONReader::Failure::None && mapFolio(*reply, postings) &&
-                    allMapped;
+        const auto read = reader.read(text);
+        allMapped = read.reply && mapFolio(*read.reply, postings) && allMapped;
     };
     std::vector<std::vector<Sample>> samples(std::size(sizes));
     const auto print = [](std::size_t postings, std::size_t bytes, const Sample& s) {
@@ -168,17 +166,18 @@ int main(int argc, char** argv) {
                 keep(json);
             });
             const double read = secondsPerCall(minimumSeconds, minimumCalls, [&] {
-                auto result = reader.read(text);
-                const auto reply = vlmsdk::detail::VLMSDKJSONReader::share(std::move(result.json));
-                keep(reply);
+                const auto result = reader.read(text);
+                keep(result.reply);
             });
             const double readMap = secondsPerCall(minimumSeconds, minimumCalls, [&] { readAndMap(text, sizes[s]); });
             const auto allocations0 = allocationsSoFar();
             readAndMap(text, sizes[s]);
             const auto allocations = static_cast<double>(allocationsSoFar() - allocations0);
             const auto parsed = VLMSDKJSON::parse(text);
-            const double map = secondsPerCall(minimumSeconds, minimumCalls,
-                                              [&] { allMapped = mapFolio(parsed, sizes[s]) && allMapped; });
+            const auto readReply = reader.read(text).reply;
+            const double map = secondsPerCall(minimumSeconds, minimumCalls, [&] {
+                allMapped = readReply && mapFolio(*readReply, sizes[s]) && allMapped;
+            });
             const double hand = secondsPerCall(minimumSeconds, minimumCalls,
                                                [&] { allMapped = handMapFolio(parsed, sizes[s]) && allMapped; });
             const auto perPosting = [&](double seconds) { return seconds * 1e9 / static_cast<double>(sizes[s]); };

@@ -1,7 +1,7 @@
 #include "FuzzRequestManager.h"
 
 FuzzRequestManager::FuzzRequestManager() {
-    reply_.json = std::make_shared<const VLMSDKJSON>(VLMSDKJSON{{"error", {{"code", "not_found"}, {"message", "No."}}}});
+    reply_.json = std::make_shared<const VLMSDKJSONReply>(VLMSDKJSON{{"error", {{"code", "not_found"}, {"message", "No."}}}});
     reply_.response = std::make_shared<const VLMSDKURLResponse>("http://127.0.0.1/", 404);
 }
 

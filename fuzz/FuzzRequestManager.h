@@ -11,7 +11,7 @@
 class FuzzRequestManager final : public VLMSDKRequestManager {
 public:
     struct Reply {
-        std::shared_ptr<const VLMSDKJSON> json;
+        std::shared_ptr<const VLMSDKJSONReply> json;
         std::shared_ptr<const VLMSDKURLResponse> response;
         VLMErrorPtr error;
     };

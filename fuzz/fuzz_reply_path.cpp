@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (body.find_first_not_of(" \t\r\n") != std::string::npos) {
         auto read = reader.read(body);
         if (read.failure == vlmsdk::detail::VLMSDKJSONReader::Failure::None) {
-            reply.json = std::make_shared<const VLMSDKJSON>(std::move(read.json));
+            reply.json = std::move(read.reply);
         } else {
             reply.error = VLMError::errorWithCode(VLMErrorCode::InvalidResponse, kVLMSDKResponseErrorDomain,
                                                   "The reply is not JSON.", __func__, __FILE__);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <Velmora_Errors/VLMError.h>
-#include <VLMSDKCoreKit/VLMSDKJSON.h>
+#include <VLMSDKCoreKit/VLMSDKJSONReply.h>
 #include <VLMSDKCoreKit/VLMSDKURLResponse.h>
 
 #include <memory>
@@ -14,11 +14,11 @@
 class VLMSDKAPIManagerResponseValidator {
 public:
     static std::shared_ptr<VLMSDKAPIManagerResponseValidator> validatorForResponse(
-        std::shared_ptr<const VLMSDKURLResponse> response, std::shared_ptr<const VLMSDKJSON> responseJSON,
+        std::shared_ptr<const VLMSDKURLResponse> response, std::shared_ptr<const VLMSDKJSONReply> reply,
         VLMErrorPtr responseError);
 
     VLMSDKAPIManagerResponseValidator(std::shared_ptr<const VLMSDKURLResponse> response,
-                                      std::shared_ptr<const VLMSDKJSON> responseJSON, VLMErrorPtr responseError);
+                                      std::shared_ptr<const VLMSDKJSONReply> reply, VLMErrorPtr responseError);
 
     void setPassesLogMessage(std::string message) { passesLogMessage_ = std::move(message); }
     void setFailsLogMessage(std::string message) { failsLogMessage_ = std::move(message); }
@@ -34,7 +34,7 @@ private:
     VLMErrorPtr failure() const;
 
     std::shared_ptr<const VLMSDKURLResponse> response_;
-    std::shared_ptr<const VLMSDKJSON> responseJSON_;
+    std::shared_ptr<const VLMSDKJSONReply> reply_;
     VLMErrorPtr responseError_;
     std::string passesLogMessage_;
     std::string failsLogMessage_;

@@ -2,7 +2,7 @@
 
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
-#include <VLMSDKCoreKit/VLMSDKJSON.h>
+#include <VLMSDKCoreKit/VLMSDKJSONReply.h>
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 #include <VLMSDKCoreKit/VLMSDKURLResponse.h>
 
@@ -12,7 +12,7 @@
 /// The reply handler of one request: the parsed reply body (nullptr when there was none, or it was not
 /// JSON), the response (nullptr when no HTTP answer came) and the error (nullptr on an HTTP answer whose
 /// body, if any, parsed).
-using VLMSDKDataTaskCompletion = std::function<void(std::shared_ptr<const VLMSDKJSON> responseJSON,
+using VLMSDKDataTaskCompletion = std::function<void(std::shared_ptr<const VLMSDKJSONReply> reply,
                                                     std::shared_ptr<const VLMSDKURLResponse> response,
                                                     VLMErrorPtr error)>;
 

@@ -7,8 +7,10 @@
 namespace {
 
 // The server's own words, from {"error": {"message": ...}}, {"error": "..."} or {"message": ...}.
-std::optional<std::string> serverMessage(const std::shared_ptr<const VLMSDKJSON>& json) {
-    if (!json || !json->is_object()) return std::nullopt;
+// The JSON value is built only here, for a failed reply.
+std::optional<std::string> serverMessage(const std::shared_ptr<const VLMSDKJSONReply>& reply) {
+    if (!reply || !reply->isObject()) return std::nullopt;
+    const VLMSDKJSON* json = &reply->json();
     if (auto error = json->find("error"); error != json->end()) {
         if (error->is_string()) return error->get<std::string>();
         if (error->is_object()) {
@@ -26,16 +28,16 @@ std::optional<std::string> serverMessage(const std::shared_ptr<const VLMSDKJSON>
 }  // namespace
 
 std::shared_ptr<VLMSDKAPIManagerResponseValidator> VLMSDKAPIManagerResponseValidator::validatorForResponse(
-    std::shared_ptr<const VLMSDKURLResponse> response, std::shared_ptr<const VLMSDKJSON> responseJSON,
+    std::shared_ptr<const VLMSDKURLResponse> response, std::shared_ptr<const VLMSDKJSONReply> reply,
     VLMErrorPtr responseError) {
-    return std::make_shared<VLMSDKAPIManagerResponseValidator>(std::move(response), std::move(responseJSON),
+    return std::make_shared<VLMSDKAPIManagerResponseValidator>(std::move(response), std::move(reply),
                                                                std::move(responseError));
 }
 
 VLMSDKAPIManagerResponseValidator::VLMSDKAPIManagerResponseValidator(std::shared_ptr<const VLMSDKURLResponse> response,
-                                                                     std::shared_ptr<const VLMSDKJSON> responseJSON,
+                                                                     std::shared_ptr<const VLMSDKJSONReply> reply,
                                                                      VLMErrorPtr responseError)
-    : response_(std::move(response)), responseJSON_(std::move(responseJSON)), responseError_(std::move(responseError)) {}
+    : response_(std::move(response)), reply_(std::move(reply)), responseError_(std::move(responseError)) {}
 
 bool VLMSDKAPIManagerResponseValidator::validate(VLMErrorPtr* error) {
     auto& logger = VLMSDKConsoleLogger::sharedLogger();
@@ -71,18 +73,18 @@ VLMErrorPtr VLMSDKAPIManagerResponseValidator::failure() const {
     if (!response_) return make(VLMErrorCode::InvalidResponse, "No response came with the reply.");
     const long status = response_->statusCode();
     if (status < 200 || status > 299) {
-        auto server = serverMessage(responseJSON_);
+        auto server = serverMessage(reply_);
         std::string message = "The service answered HTTP " + std::to_string(status);
         if (response_->attempts() > 1) message += " after " + std::to_string(response_->attempts()) + " attempts";
         message += server ? ": " + *server : std::string(".");
         return make(VLMErrorCode::HTTPStatus, std::move(message), std::move(server));
     }
     if (requiredJSONKeys_.empty()) return nullptr;
-    if (!responseJSON_ || !responseJSON_->is_object()) {
+    if (!reply_ || !reply_->isObject()) {
         return make(VLMErrorCode::InvalidResponse, "The reply is not a JSON object.");
     }
     for (const auto& key : requiredJSONKeys_) {
-        if (!responseJSON_->contains(key)) {
+        if (!reply_->hasMember(key)) {
             return make(VLMErrorCode::MissingRequiredKey, "The reply lacks the key '" + key + "'.");
         }
     }

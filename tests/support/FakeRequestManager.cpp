@@ -1,12 +1,19 @@
 #include "FakeRequestManager.h"
 
+#include <JSON/VLMSDKJSONReader.h>
+
 #include <stdexcept>
 #include <thread>
 
 FakeReply FakeReply::http(long status, std::optional<VLMSDKJSON> body) {
     FakeReply reply;
     reply.response = std::make_shared<const VLMSDKURLResponse>("http://fake.invalid/", status);
-    if (body) reply.json = std::make_shared<const VLMSDKJSON>(std::move(*body));
+    if (body) {
+        std::string text = body->dump();
+        vlmsdk::detail::VLMSDKJSONReader reader;
+        reply.json = reader.read(text).reply;
+        if (!reply.json) throw std::logic_error("the reader refused a canned reply");
+    }
     return reply;
 }
 

@@ -10,11 +10,12 @@
 
 /// A canned reply: what a request manager hands the reply handler.
 struct FakeReply {
-    std::shared_ptr<const VLMSDKJSON> json;
+    std::shared_ptr<const VLMSDKJSONReply> json;
     std::shared_ptr<const VLMSDKURLResponse> response;
     VLMErrorPtr error;
 
-    /// An HTTP reply with `status` and a JSON body (no body when `body` is absent).
+    /// An HTTP reply with `status` and a JSON body (no body when `body` is absent), read from its text by
+    /// the transport's reader, as a real reply is.
     static FakeReply http(long status, std::optional<VLMSDKJSON> body = std::nullopt);
     /// A transport failure: no response, only `error`.
     static FakeReply failure(VLMErrorPtr error);

@@ -46,7 +46,7 @@ void wakeMainThread() {
 constexpr auto kHangGuard = 60s;
 
 struct Reply {
-    std::shared_ptr<const VLMSDKJSON> json;
+    std::shared_ptr<const VLMSDKJSONReply> json;
     std::shared_ptr<const VLMSDKURLResponse> response;
     VLMErrorPtr error;
     std::thread::id thread;
@@ -255,7 +255,7 @@ TEST_P(HTTPRequestManagerTest, EveryReplyReachesTheHandlerOnceAsTheServerSentIt)
         ASSERT_TRUE(recorder.waitForCalls());
         const Reply reply = recorder.reply(0);
         expectHandlerThread(reply.thread);
-        EXPECT_EQ(reply.json ? std::optional(*reply.json) : std::nullopt, row.json);
+        EXPECT_EQ(reply.json ? std::optional(reply.json->json()) : std::nullopt, row.json);
         ASSERT_EQ(reply.response != nullptr, row.status != 0);
         if (reply.response) {
             EXPECT_EQ(reply.response->statusCode(), row.status);
@@ -348,9 +348,9 @@ TEST_P(HTTPRequestManagerTest, MethodHeadersAndBodyReachTheServerAsGiven) {
         SCOPED_TRACE(rows[i].method + " " + rows[i].body.value_or("(no body)").substr(0, 20));
         const Reply reply = recorder.reply(i);
         ASSERT_NE(reply.json, nullptr) << describe(reply.error);
-        EXPECT_EQ(reply.json->at("method"), rows[i].method);
-        EXPECT_EQ(reply.json->at("body"), rows[i].body.value_or(""));
-        const VLMSDKJSON& headers = reply.json->at("headers");
+        EXPECT_EQ(reply.json->json().at("method"), rows[i].method);
+        EXPECT_EQ(reply.json->json().at("body"), rows[i].body.value_or(""));
+        const VLMSDKJSON& headers = reply.json->json().at("headers");
         for (const auto& [name, value] : rows[i].seen.items()) {
             EXPECT_EQ(headers.value(name, VLMSDKJSON()), value) << name;
         }
@@ -414,7 +414,7 @@ TEST_P(HTTPRequestManagerTest, ManyThreadsSendAtOnceAndEveryRequestGetsItsOwnRep
     for (int index = 0; index < kThreads * kPerThread; ++index) {
         const Reply reply = recorder.reply(static_cast<std::size_t>(index));
         ASSERT_NE(reply.json, nullptr) << index << ": " << describe(reply.error);
-        EXPECT_EQ(reply.json->value("i", -1), index);
+        EXPECT_EQ(reply.json->json().value("i", -1), index);
     }
     const auto statistics = manager.statistics();
     EXPECT_EQ(statistics.requestsSent, static_cast<std::size_t>(kThreads * kPerThread));
@@ -448,7 +448,7 @@ TEST_P(HTTPRequestManagerTest, ConnectionsOfABurstStayOpenForTheNextOne) {
         for (std::size_t i = 0; i < kRounds * burst; ++i) {
             const Reply reply = recorder.reply(i);
             ASSERT_NE(reply.json, nullptr) << i << ": " << describe(reply.error);
-            clientPorts.insert(reply.json->at("port").get<int>());
+            clientPorts.insert(reply.json->json().at("port").get<int>());
         }
         EXPECT_EQ(clientPorts.size(), burst) << "the server saw this many connections";
         EXPECT_EQ(manager.connectionsOpened(), burst);

@@ -3,8 +3,11 @@
 #include <VLMSDKCoreKit/Mapping/VLMSDKMappingResult.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKObjectMapping.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
+#include <VLMSDKCoreKit/VLMSDKJSONReply.h>
 
 #include <memory>
+#include <optional>
+#include <string_view>
 
 /// Turns JSON into records by a mapping description. Stateless; callable from any thread.
 class VLMSDKMapper {
@@ -30,4 +33,11 @@ public:
     /// JSON nested more than 100 records deep fails the mapping.
     static std::shared_ptr<const VLMSDKMappingResult> objectFromJSON(
         const VLMSDKJSON& json, const std::shared_ptr<const VLMSDKObjectMapping>& withMapping);
+
+    /// `objectFromJSON` of `reply`, or of its top-level member `member` when one is named (a reply that is no
+    /// object, or lacks the member, maps as JSON null). A reply the SDK's transport read is mapped in place,
+    /// without building its JSON value; the outcome, error texts included, is the same either way.
+    static std::shared_ptr<const VLMSDKMappingResult> objectFromReply(
+        const VLMSDKJSONReply& reply, const std::shared_ptr<const VLMSDKObjectMapping>& withMapping,
+        std::optional<std::string_view> member = std::nullopt);
 };

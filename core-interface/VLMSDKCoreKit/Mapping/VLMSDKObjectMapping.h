@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// A declarative description of how one JSON object becomes one record of a class: which JSON key fills
@@ -24,6 +25,11 @@ public:
         const VLMSDKProperty* property;            ///< resolved in the mapped class when the entry is added
         VLMSDKAttributeMappingBlock mappingBlock;  ///< Transformed entries
         const VLMSDKClass* elementClass;           ///< HasMany entries
+        /// Set when the entry is added, for Transformed entries whose transform is one of the core's own that
+        /// reads only text: its text form (the mapper then applies it to a reply's text in place), and whether
+        /// it hands text back as it is (the mapper then stores the text without calling it).
+        VLMSDKMappedValue (*textForm)(std::string_view text) = nullptr;
+        bool keepsText = false;
     };
 
     /// A new, empty description for records of `objectClass`.
@@ -46,9 +52,15 @@ public:
     const VLMSDKClass& objectClass() const { return *objectClass_; }
     const std::vector<Entry>& entries() const { return entries_; }
 
+    /// The positions in `entries()` ordered by the JSON key's length, then its bytes (entries of one key in
+    /// the order they were added), for the mapper to find a key's entries quickly.
+    const std::vector<std::size_t>& entriesByKey() const { return entriesByKey_; }
+
 private:
     const VLMSDKProperty* resolve(const std::string& propertyName) const;
+    void add(Entry entry);
 
     const VLMSDKClass* objectClass_;
     std::vector<Entry> entries_;
+    std::vector<std::size_t> entriesByKey_;
 };

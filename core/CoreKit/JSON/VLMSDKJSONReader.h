@@ -1,6 +1,6 @@
 #pragma once
 
-#include <VLMSDKCoreKit/VLMSDKJSON.h>
+#include <VLMSDKCoreKit/VLMSDKJSONReply.h>
 
 #include <cstddef>
 #include <memory>
@@ -8,15 +8,15 @@
 
 namespace vlmsdk::detail {
 
-/// Parses reply bodies into the SDK's JSON value, refusing anything nested deeper than
-/// kVLMSDKMaximumJSONDepth. Keeps its buffers from one reply to the next: one reader per thread
-/// that parses, never shared between threads at once.
+/// Parses reply bodies into replies the mapper reads in place (no JSON value is built), refusing anything
+/// nested deeper than kVLMSDKMaximumJSONDepth. Keeps its buffers from one reply to the next: one reader per
+/// thread that parses, never shared between threads at once.
 class VLMSDKJSONReader {
 public:
     enum class Failure { None, NotJSON, TooDeep };
 
     struct Result {
-        VLMSDKJSON json;
+        std::shared_ptr<const VLMSDKJSONReply> reply;  ///< nullptr on failure
         Failure failure = Failure::None;
     };
 
@@ -31,10 +31,6 @@ public:
     /// Parses `text`, which may gain spare capacity (never other content) on the way. Never throws
     /// but for std::bad_alloc.
     Result read(std::string& text);
-
-    /// `json` made shared, in one allocation, with a teardown that allocates nothing (the JSON value's own
-    /// destructor allocates a stack for every container it frees). Any thread may release it.
-    static std::shared_ptr<const VLMSDKJSON> share(VLMSDKJSON&& json);
 
 private:
     class Impl;

@@ -1,23 +1,19 @@
 #include <VLMSDKCoreKit/Mapping/VLMSDKCurrencyMapping.h>
 
+#include "VLMSDKTextTransforms.h"
+
 #include <string>
 
 namespace {
 
 bool isASCIISpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
 
-VLMSDKMappedValue currencyCode(const VLMSDKJSON& value) {
-    const auto* text = value.get_ptr<const VLMSDKJSON::string_t*>();
-    if (!text) {
-        return VLMError::errorWithCode(VLMErrorCode::Mapping, kVLMSDKMappingErrorDomain,
-                                       std::string("a currency code must be text, not ") + value.type_name(), __func__,
-                                       __FILE__);
-    }
+VLMSDKMappedValue currencyCodeOfText(std::string_view text) {
     std::size_t begin = 0;
-    std::size_t end = text->size();
-    while (begin < end && isASCIISpace((*text)[begin])) ++begin;
-    while (end > begin && isASCIISpace((*text)[end - 1])) --end;
-    std::string code = text->substr(begin, end - begin);
+    std::size_t end = text.size();
+    while (begin < end && isASCIISpace(text[begin])) ++begin;
+    while (end > begin && isASCIISpace(text[end - 1])) --end;
+    std::string code(text.substr(begin, end - begin));
     // ASCII only: a locale must not change what a currency code becomes.
     for (char& c : code) {
         if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
@@ -25,6 +21,25 @@ VLMSDKMappedValue currencyCode(const VLMSDKJSON& value) {
     return VLMSDKJSON(std::move(code));
 }
 
+VLMSDKMappedValue currencyCode(const VLMSDKJSON& value) {
+    const auto* text = value.get_ptr<const VLMSDKJSON::string_t*>();
+    if (!text) {
+        return VLMError::errorWithCode(VLMErrorCode::Mapping, kVLMSDKMappingErrorDomain,
+                                       std::string("a currency code must be text, not ") + value.type_name(),
+                                       "currencyCode", __FILE__);
+    }
+    return currencyCodeOfText(*text);
+}
+
 }  // namespace
+
+namespace vlmsdk::detail {
+
+VLMSDKTextTransform currencyTextForm(const VLMSDKAttributeMappingBlock& block) {
+    const auto* function = block.target<VLMSDKMappedValue (*)(const VLMSDKJSON&)>();
+    return function && *function == &currencyCode ? &currencyCodeOfText : nullptr;
+}
+
+}  // namespace vlmsdk::detail
 
 VLMSDKAttributeMappingBlock VLMSDKCurrencyMapping::currencyAttributeMappingBlock() { return &currencyCode; }

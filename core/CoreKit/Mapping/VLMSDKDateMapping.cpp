@@ -1,5 +1,7 @@
 #include <VLMSDKCoreKit/Mapping/VLMSDKDateMapping.h>
 
+#include "VLMSDKTextTransforms.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -63,23 +65,44 @@ VLMErrorPtr failure(std::string message, const char* function) {
                                    __FILE__);
 }
 
+// The text forms name themselves as the JSON forms do: an error reads the same whichever form ran.
+VLMSDKMappedValue yearMonthDayOfText(std::string_view text) {
+    const auto date = calendarDate(text);
+    if (!date || text.size() != 10) return failure("a date must be a real calendar date \"YYYY-MM-DD\"", "yearMonthDay");
+    return *date;
+}
+
+VLMSDKMappedValue iso8601OfText(std::string_view text) {
+    const auto time = isoTime(text);
+    if (!time) return failure("a time must be ISO 8601 text \"YYYY-MM-DDTHH:MM:SSZ\"", "iso8601");
+    return *time;
+}
+
 VLMSDKMappedValue yearMonthDay(const VLMSDKJSON& value) {
     const auto* text = value.get_ptr<const VLMSDKJSON::string_t*>();
     if (!text) return failure(std::string("a date must be text \"YYYY-MM-DD\", not ") + value.type_name(), __func__);
-    const auto date = calendarDate(*text);
-    if (!date || text->size() != 10) return failure("a date must be a real calendar date \"YYYY-MM-DD\"", __func__);
-    return *date;
+    return yearMonthDayOfText(*text);
 }
 
 VLMSDKMappedValue iso8601(const VLMSDKJSON& value) {
     const auto* text = value.get_ptr<const VLMSDKJSON::string_t*>();
     if (!text) return failure(std::string("a time must be ISO 8601 text, not ") + value.type_name(), __func__);
-    const auto time = isoTime(*text);
-    if (!time) return failure("a time must be ISO 8601 text \"YYYY-MM-DDTHH:MM:SSZ\"", __func__);
-    return *time;
+    return iso8601OfText(*text);
 }
 
 }  // namespace
+
+namespace vlmsdk::detail {
+
+VLMSDKTextTransform dateTextForm(const VLMSDKAttributeMappingBlock& block) {
+    const auto* function = block.target<VLMSDKMappedValue (*)(const VLMSDKJSON&)>();
+    if (!function) return nullptr;
+    if (*function == &yearMonthDay) return &yearMonthDayOfText;
+    if (*function == &iso8601) return &iso8601OfText;
+    return nullptr;
+}
+
+}  // namespace vlmsdk::detail
 
 VLMSDKAttributeMappingBlock VLMSDKDateMapping::vlmsdk_YYYYMMDDMappingBlock() { return &yearMonthDay; }
 

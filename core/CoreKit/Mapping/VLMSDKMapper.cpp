@@ -2,14 +2,17 @@
 
 #include <VLMSDKCoreKit/VLMSDKSourceLocation.h>
 
+#include "../JSON/VLMSDKParsedReply.h"
 #include "VLMSDKTextTransforms.h"
 
+#include <algorithm>
 #include <charconv>
 #include <exception>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -60,17 +63,148 @@ VLMErrorPtr makeError(std::string message, VLMErrorPtr underlying,
     return std::make_shared<const VLMError>(std::move(details));
 }
 
-// One mapping call. Failures stop the walk at once and leave their error here; nothing on the success
-// path builds text.
+// A node of the SDK's JSON value, as the mapping reads it.
+class TreeNode {
+public:
+    explicit TreeNode(const VLMSDKJSON& value) : value_(&value) {}
+
+    bool isNull() const { return value_->is_null(); }
+    bool isObject() const { return value_->is_object(); }
+    bool isNumber() const { return value_->is_number(); }
+    bool isBoolean() const { return value_->is_boolean(); }
+    bool isString() const { return value_->is_string(); }
+    const char* typeName() const { return value_->type_name(); }
+    bool text(std::string_view& text) const {
+        const auto* string = value_->get_ptr<const VLMSDKJSON::string_t*>();
+        if (string) text = *string;
+        return string != nullptr;
+    }
+    double number() const { return value_->get<double>(); }
+    bool boolean() const { return value_->get<bool>(); }
+    /// The node as a JSON value, for a transform.
+    const VLMSDKJSON& json(VLMSDKJSON&) const { return *value_; }
+
+    /// Calls `visit(index, element)` for each element of an array, until it answers false; false when
+    /// this is no array (nothing visited).
+    template <class Visit>
+    bool forEachElement(std::size_t& count, Visit&& visit) const {
+        const auto* array = value_->get_ptr<const VLMSDKJSON::array_t*>();
+        if (!array) return false;
+        count = array->size();
+        for (std::size_t index = 0; index < array->size(); ++index) {
+            if (!visit(index, TreeNode((*array)[index]))) break;
+        }
+        return true;
+    }
+
+    /// Calls `visit(entry, value)` for each entry of `mapping` whose key this object holds with a value
+    /// other than null, in the mapping's order, until it answers false. The node must be an object.
+    template <class Visit>
+    bool forEachEntry(const VLMSDKObjectMapping& mapping, Visit&& visit) const {
+        const auto& object = value_->get_ref<const VLMSDKJSON::object_t&>();
+        for (const Entry& entry : mapping.entries()) {
+            const auto found = object.find(entry.jsonKey);
+            if (found == object.end() || found->second.is_null()) continue;
+            if (!visit(entry, TreeNode(found->second))) return false;
+        }
+        return true;
+    }
+
+private:
+    const VLMSDKJSON* value_;
+};
+
+// A node of a reply the transport parsed, read in place.
+class ParsedNode {
+public:
+    using Element = simdjson::dom::element;
+    using Type = simdjson::dom::element_type;
+
+    explicit ParsedNode(Element value) : value_(value) {}
+
+    bool isNull() const { return value_.type() == Type::NULL_VALUE; }
+    bool isObject() const { return value_.type() == Type::OBJECT; }
+    bool isNumber() const {
+        const Type type = value_.type();
+        return type == Type::INT64 || type == Type::UINT64 || type == Type::DOUBLE;
+    }
+    bool isBoolean() const { return value_.type() == Type::BOOL; }
+    bool isString() const { return value_.type() == Type::STRING; }
+    const char* typeName() const { return vlmsdk::detail::VLMSDKParsedReply::typeName(value_); }
+    bool text(std::string_view& text) const { return value_.get_string().get(text) == simdjson::SUCCESS; }
+    double number() const {
+        switch (value_.type()) {
+        case Type::INT64: return static_cast<double>(value_.get_int64().value_unsafe());
+        case Type::UINT64: return static_cast<double>(value_.get_uint64().value_unsafe());
+        default: return value_.get_double().value_unsafe();
+        }
+    }
+    bool boolean() const { return value_.get_bool().value_unsafe(); }
+    const VLMSDKJSON& json(VLMSDKJSON& built) const {
+        built = vlmsdk::detail::VLMSDKParsedReply::valueOf(value_);
+        return built;
+    }
+
+    template <class Visit>
+    bool forEachElement(std::size_t& count, Visit&& visit) const {
+        simdjson::dom::array array;
+        if (value_.get_array().get(array) != simdjson::SUCCESS) return false;
+        count = array.size();
+        std::size_t index = 0;
+        for (const Element element : array) {
+            if (!visit(index++, ParsedNode(element))) break;
+        }
+        return true;
+    }
+
+    template <class Visit>
+    bool forEachEntry(const VLMSDKObjectMapping& mapping, Visit&& visit) const {
+        const auto& entries = mapping.entries();
+        const auto& byKey = mapping.entriesByKey();
+        // One pass over the members finds every entry's value (a repeated key keeps its last); the entries
+        // are then taken in the mapping's order, as for the JSON value.
+        struct Slot {
+            Element value;
+            bool found = false;
+        };
+        constexpr std::size_t kInPlace = 32;
+        Slot inPlace[kInPlace];
+        std::vector<Slot> spilled;
+        Slot* slots = inPlace;
+        if (entries.size() > kInPlace) {
+            spilled.resize(entries.size());
+            slots = spilled.data();
+        }
+        const simdjson::dom::object object = value_.get_object().value_unsafe();
+        for (const simdjson::dom::key_value_pair member : object) {
+            auto at = std::lower_bound(byKey.begin(), byKey.end(), member.key, [&](std::size_t index, std::string_view key) {
+                return vlmsdk::detail::shorterOrBefore(entries[index].jsonKey, key);
+            });
+            for (; at != byKey.end() && entries[*at].jsonKey == member.key; ++at) slots[*at] = Slot{member.value, true};
+        }
+        for (std::size_t index = 0; index < entries.size(); ++index) {
+            const Slot& slot = slots[index];
+            if (!slot.found || slot.value.type() == Type::NULL_VALUE) continue;
+            if (!visit(entries[index], ParsedNode(slot.value))) return false;
+        }
+        return true;
+    }
+
+private:
+    Element value_;
+};
+
+// One mapping call over nodes of kind `Node`. Failures stop the walk at once and leave their error here;
+// nothing on the success path builds text.
+template <class Node>
 class MappingRun {
 public:
     VLMErrorPtr error;
 
-    std::shared_ptr<VLMSDKRootObject> map(const VLMSDKJSON& json, const VLMSDKObjectMapping& mapping, int depth) {
-        const auto* object = json.get_ptr<const VLMSDKJSON::object_t*>();
-        if (!object) {
-            error =
-                makeError(mapping.objectClass().name() + ": expected a JSON object, got " + json.type_name(), nullptr);
+    std::shared_ptr<VLMSDKRootObject> map(const Node& json, const VLMSDKObjectMapping& mapping, int depth) {
+        if (!json.isObject()) {
+            error = makeError(mapping.objectClass().name() + ": expected a JSON object, got " + json.typeName(),
+                              nullptr);
             return nullptr;
         }
         if (depth > kMaxDepth) {
@@ -84,12 +218,10 @@ public:
             error = makeError(mapping.objectClass().name() + ": the class makes no instances", nullptr);
             return nullptr;
         }
-        for (const Entry& entry : mapping.entries()) {
-            const auto found = object->find(entry.jsonKey);
-            if (found == object->end() || found->second.is_null()) continue;
-            if (!storeEntry(*record, mapping, entry, found->second, depth)) return nullptr;
-        }
-        return record;
+        const bool stored = json.forEachEntry(mapping, [&](const Entry& entry, const Node& value) {
+            return storeEntry(*record, mapping, entry, value, depth);
+        });
+        return stored ? record : nullptr;
     }
 
 private:
@@ -101,9 +233,8 @@ private:
         return false;
     }
 
-    bool wrongKind(const VLMSDKObjectMapping& mapping, const Entry& entry, const VLMSDKJSON& value) {
-        return fail(mapping, entry,
-                    std::string("expected ") + kindName(entry.property->kind()) + ", got " + value.type_name());
+    bool wrongKind(const VLMSDKObjectMapping& mapping, const Entry& entry, const char* typeName) {
+        return fail(mapping, entry, std::string("expected ") + kindName(entry.property->kind()) + ", got " + typeName);
     }
 
     bool put(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
@@ -114,9 +245,9 @@ private:
     }
 
     bool storeEntry(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
-                    const VLMSDKJSON& value, int depth) {
+                    const Node& value, int depth) {
         switch (entry.kind) {
-        case VLMSDKObjectMapping::EntryKind::Plain: return storeJSON(record, mapping, entry, value, depth);
+        case VLMSDKObjectMapping::EntryKind::Plain: return storeValue(record, mapping, entry, value, depth);
         case VLMSDKObjectMapping::EntryKind::Transformed: return storeTransformed(record, mapping, entry, value, depth);
         case VLMSDKObjectMapping::EntryKind::HasMany:
             return storeRecords(record, mapping, entry, *entry.elementClass, value, depth);
@@ -124,51 +255,65 @@ private:
         return true;
     }
 
-    bool storeJSON(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
-                   const VLMSDKJSON& value, int depth) {
+    // `Value` is the reply's node kind, or TreeNode for what a transform gave.
+    template <class Value>
+    bool storeValue(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+                    const Value& value, int depth) {
+        std::string_view text;
         switch (entry.property->kind()) {
         case VLMSDKPropertyKind::String:
-            if (const auto* text = value.get_ptr<const VLMSDKJSON::string_t*>()) {
-                return put(record, mapping, entry, VLMSDKPropertyValue(std::in_place_type<std::string>, *text));
+            if (value.text(text)) {
+                return put(record, mapping, entry, VLMSDKPropertyValue(std::in_place_type<std::string>, text));
             }
-            return wrongKind(mapping, entry, value);
+            return wrongKind(mapping, entry, value.typeName());
         case VLMSDKPropertyKind::Number:
-            if (value.is_number()) return put(record, mapping, entry, value.get<double>());
-            if (const auto* text = value.get_ptr<const VLMSDKJSON::string_t*>()) {
+            if (value.isNumber()) return put(record, mapping, entry, value.number());
+            if (value.text(text)) {
                 double number = 0;
-                if (numberFromText(*text, number)) return put(record, mapping, entry, number);
+                if (numberFromText(text, number)) return put(record, mapping, entry, number);
                 return fail(mapping, entry, "expected a number, got text that is no number");
             }
-            return wrongKind(mapping, entry, value);
+            return wrongKind(mapping, entry, value.typeName());
         case VLMSDKPropertyKind::Boolean:
-            if (value.is_boolean()) return put(record, mapping, entry, value.get<bool>());
-            if (value.is_number()) return put(record, mapping, entry, value.get<double>() != 0);
-            return wrongKind(mapping, entry, value);
+            if (value.isBoolean()) return put(record, mapping, entry, value.boolean());
+            if (value.isNumber()) return put(record, mapping, entry, value.number() != 0);
+            return wrongKind(mapping, entry, value.typeName());
         case VLMSDKPropertyKind::Date:
         case VLMSDKPropertyKind::Time:
             return fail(mapping, entry, std::string("a ") + kindName(entry.property->kind()) +
-                                            " comes only from a date transform, got " + value.type_name());
+                                            " comes only from a date transform, got " + value.typeName());
         case VLMSDKPropertyKind::Object: return storeRecord(record, mapping, entry, value, depth);
         case VLMSDKPropertyKind::ObjectArray:
-            if (!entry.property->elementClass()) return wrongKind(mapping, entry, value);
+            if (!entry.property->elementClass()) return wrongKind(mapping, entry, value.typeName());
             return storeRecords(record, mapping, entry, *entry.property->elementClass(), value, depth);
         }
         return true;
     }
 
     bool storeTransformed(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
-                          const VLMSDKJSON& value, int depth) {
-        if (value.is_string() && entry.property->kind() == VLMSDKPropertyKind::String &&
-            vlmsdk::detail::keepsTextAsItIs(entry.mappingBlock)) {
-            return storeJSON(record, mapping, entry, value, depth);
+                          const Node& value, int depth) {
+        if (value.isString() && entry.property->kind() == VLMSDKPropertyKind::String &&
+            entry.keepsText) {
+            return storeValue(record, mapping, entry, value, depth);
         }
-        VLMSDKMappedValue mapped = entry.mappingBlock(value);
+        if (entry.textForm && value.isString()) {
+            std::string_view text;
+            value.text(text);
+            return storeMapped(record, mapping, entry, entry.textForm(text), depth);
+        }
+        VLMSDKJSON built;
+        return storeMapped(record, mapping, entry, entry.mappingBlock(value.json(built)), depth);
+    }
+
+    // Stores what a transform gave.
+    bool storeMapped(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+                     VLMSDKMappedValue&& mapped, int depth) {
         if (auto* json = std::get_if<VLMSDKJSON>(&mapped)) {
             if (json->is_null()) return true;
             if (entry.property->kind() == VLMSDKPropertyKind::String && json->is_string()) {
                 return put(record, mapping, entry, std::move(json->get_ref<VLMSDKJSON::string_t&>()));
             }
-            return storeJSON(record, mapping, entry, *json, depth);
+            return storeValue(record, mapping, entry, TreeNode(*json), depth);
         }
         if (const auto* date = std::get_if<VLMSDKDate>(&mapped)) {
             if (entry.property->kind() == VLMSDKPropertyKind::Date) return put(record, mapping, entry, *date);
@@ -196,12 +341,13 @@ private:
         return found;
     }
 
+    template <class Value>
     bool storeRecord(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
-                     const VLMSDKJSON& value, int depth) {
-        if (!value.is_object() || !entry.property->elementClass()) return wrongKind(mapping, entry, value);
+                     const Value& value, int depth) {
+        if (!value.isObject() || !entry.property->elementClass()) return wrongKind(mapping, entry, value.typeName());
         const auto nested = elementMapping(mapping, entry, *entry.property->elementClass());
         if (!nested) return false;
-        MappingRun inner;
+        MappingRun<Value> inner;
         auto child = inner.map(value, *nested, depth + 1);
         if (!child) {
             const std::string reason = inner.error->developerMessage();
@@ -210,42 +356,50 @@ private:
         return put(record, mapping, entry, std::move(child));
     }
 
+    template <class Value>
     bool storeRecords(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
-                      const VLMSDKClass& elementClass, const VLMSDKJSON& value, int depth) {
-        const auto* array = value.get_ptr<const VLMSDKJSON::array_t*>();
-        if (!array) return fail(mapping, entry, std::string("expected an array of objects, got ") + value.type_name());
-        const auto nested = elementMapping(mapping, entry, elementClass);
-        if (!nested) return false;
+                      const VLMSDKClass& elementClass, const Value& value, int depth) {
+        std::shared_ptr<const VLMSDKObjectMapping> nested;
         VLMSDKObjectArray records;
-        records.reserve(array->size());
-        MappingRun inner;
-        for (std::size_t index = 0; index < array->size(); ++index) {
-            const VLMSDKJSON& element = (*array)[index];
-            if (!element.is_object()) {
-                return fail(mapping, entry, "element " + std::to_string(index) + " is not a JSON object but " +
-                                                element.type_name());
+        MappingRun<Value> inner;
+        bool stored = true;
+        std::size_t count = 0;
+        const bool isArray = value.forEachElement(count, [&](std::size_t index, const Value& element) {
+            if (index == 0) {
+                nested = elementMapping(mapping, entry, elementClass);
+                if (!nested) return stored = false;
+                records.reserve(count);
+            }
+            if (!element.isObject()) {
+                return stored = fail(mapping, entry, "element " + std::to_string(index) + " is not a JSON object but " +
+                                                         element.typeName());
             }
             auto child = inner.map(element, *nested, depth + 1);
             if (!child) {
                 const std::string reason = inner.error->developerMessage();
-                return fail(mapping, entry, "element " + std::to_string(index) + ": " + reason, std::move(inner.error));
+                return stored = fail(mapping, entry, "element " + std::to_string(index) + ": " + reason,
+                                     std::move(inner.error));
             }
             records.push_back(std::move(child));
-        }
+            return true;
+        });
+        if (!isArray) return fail(mapping, entry, std::string("expected an array of objects, got ") + value.typeName());
+        if (!stored) return false;
+        if (count == 0 && !elementMapping(mapping, entry, elementClass)) return false;
         return put(record, mapping, entry, std::move(records));
     }
 };
 
-}  // namespace
-
-std::shared_ptr<const VLMSDKMappingResult> VLMSDKMapper::objectFromJSON(
-    const VLMSDKJSON& json, const std::shared_ptr<const VLMSDKObjectMapping>& withMapping) {
+// One mapping of `root`, exceptions (bad_alloc) turned into a failed result.
+template <class Node>
+std::shared_ptr<const VLMSDKMappingResult> mapRoot(const Node& root,
+                                                   const std::shared_ptr<const VLMSDKObjectMapping>& withMapping) {
     if (!withMapping) {
         return std::make_shared<const VLMSDKMappingResult>(nullptr, makeError("no mapping was given", nullptr));
     }
     try {
-        MappingRun run;
-        auto record = run.map(json, *withMapping, 0);
+        MappingRun<Node> run;
+        auto record = run.map(root, *withMapping, 0);
         VLMErrorPtr error = record ? nullptr : std::move(run.error);
         return std::make_shared<const VLMSDKMappingResult>(std::move(record), std::move(error));
     } catch (const std::exception& exception) {
@@ -256,4 +410,36 @@ std::shared_ptr<const VLMSDKMappingResult> VLMSDKMapper::objectFromJSON(
             nullptr,
             makeError(withMapping->objectClass().name() + ": mapping stopped by an unknown exception", nullptr));
     }
+}
+
+}  // namespace
+
+std::shared_ptr<const VLMSDKMappingResult> VLMSDKMapper::objectFromJSON(
+    const VLMSDKJSON& json, const std::shared_ptr<const VLMSDKObjectMapping>& withMapping) {
+    return mapRoot(TreeNode(json), withMapping);
+}
+
+std::shared_ptr<const VLMSDKMappingResult> VLMSDKMapper::objectFromReply(
+    const VLMSDKJSONReply& reply, const std::shared_ptr<const VLMSDKObjectMapping>& withMapping,
+    std::optional<std::string_view> member) {
+    static const VLMSDKJSON absent;
+    if (const auto* parsed = dynamic_cast<const vlmsdk::detail::VLMSDKParsedReply*>(&reply)) {
+        simdjson::dom::element root = parsed->root();
+        if (!member) return mapRoot(ParsedNode(root), withMapping);
+        simdjson::dom::object object;
+        simdjson::dom::element value;
+        if (root.get_object().get(object) == simdjson::SUCCESS &&
+            vlmsdk::detail::VLMSDKParsedReply::lastMember(object, *member, value)) {
+            return mapRoot(ParsedNode(value), withMapping);
+        }
+        return mapRoot(TreeNode(absent), withMapping);
+    }
+    const VLMSDKJSON& json = reply.json();
+    if (!member) return mapRoot(TreeNode(json), withMapping);
+    if (const auto* object = json.get_ptr<const VLMSDKJSON::object_t*>()) {
+        if (const auto found = object->find(*member); found != object->end()) {
+            return mapRoot(TreeNode(found->second), withMapping);
+        }
+    }
+    return mapRoot(TreeNode(absent), withMapping);
 }

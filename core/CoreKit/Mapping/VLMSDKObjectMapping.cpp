@@ -2,6 +2,10 @@
 
 #include <VLMSDKCoreKit/VLMSDKAsserts.h>
 
+#include "VLMSDKTextTransforms.h"
+
+#include <algorithm>
+
 std::shared_ptr<VLMSDKObjectMapping> VLMSDKObjectMapping::mappingForClass(const VLMSDKClass& objectClass) {
     return std::make_shared<VLMSDKObjectMapping>(objectClass);
 }
@@ -22,7 +26,7 @@ void VLMSDKObjectMapping::mapJSONKeysToThePropertyKeys(
     const std::map<std::string, std::string>& jsonKeysToPropertyKeys) {
     for (const auto& [key, propertyName] : jsonKeysToPropertyKeys) {
         if (const VLMSDKProperty* property = resolve(propertyName)) {
-            entries_.push_back(Entry{EntryKind::Plain, key, property, {}, nullptr});
+            add(Entry{EntryKind::Plain, key, property, {}, nullptr});
         }
     }
 }
@@ -37,7 +41,7 @@ void VLMSDKObjectMapping::mapJSONKey(const std::string& key, const std::string& 
             objectClass_->name().c_str(), toTheProperyName.c_str());
         return;
     }
-    entries_.push_back(Entry{EntryKind::Transformed, key, property, std::move(mappingBlock), nullptr});
+    add(Entry{EntryKind::Transformed, key, property, std::move(mappingBlock), nullptr});
 }
 
 void VLMSDKObjectMapping::mapHasManyRelationshipOfClass(const VLMSDKClass& objectClass, const std::string& fromJSONKey,
@@ -51,5 +55,20 @@ void VLMSDKObjectMapping::mapHasManyRelationshipOfClass(const VLMSDKClass& objec
             toThePropertyName.c_str(), objectClass.name().c_str());
         return;
     }
-    entries_.push_back(Entry{EntryKind::HasMany, fromJSONKey, property, {}, &objectClass});
+    add(Entry{EntryKind::HasMany, fromJSONKey, property, {}, &objectClass});
+}
+
+void VLMSDKObjectMapping::add(Entry entry) {
+    if (entry.kind == EntryKind::Transformed) {
+        entry.textForm = vlmsdk::detail::textFormOf(entry.mappingBlock);
+        entry.keepsText = vlmsdk::detail::keepsTextAsItIs(entry.mappingBlock);
+    }
+    entries_.push_back(std::move(entry));
+    const std::size_t added = entries_.size() - 1;
+    // After the entries of an equal key: entries sharing a key keep the order they were added in.
+    const auto at = std::upper_bound(entriesByKey_.begin(), entriesByKey_.end(), added,
+                                     [this](std::size_t a, std::size_t b) {
+                                         return vlmsdk::detail::shorterOrBefore(entries_[a].jsonKey, entries_[b].jsonKey);
+                                     });
+    entriesByKey_.insert(at, added);
 }

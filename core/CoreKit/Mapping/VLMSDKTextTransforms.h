@@ -2,7 +2,29 @@
 
 #include <VLMSDKCoreKit/Mapping/VLMSDKAttributeMappingBlock.h>
 
+#include <string_view>
+
 namespace vlmsdk::detail {
+
+/// The order of the mapping's key index: by length first, so that most comparisons end without reading
+/// the text.
+inline bool shorterOrBefore(std::string_view a, std::string_view b) {
+    return a.size() != b.size() ? a.size() < b.size() : a < b;
+}
+
+/// A transform of the core's own that reads only text, in its text form.
+using VLMSDKTextTransform = VLMSDKMappedValue (*)(std::string_view text);
+
+/// The text form of `block` when it is the currency transform, or one of the date transforms; else nullptr.
+VLMSDKTextTransform currencyTextForm(const VLMSDKAttributeMappingBlock& block);
+VLMSDKTextTransform dateTextForm(const VLMSDKAttributeMappingBlock& block);
+
+/// The text form of `block` when it is a text-only transform of the core, else nullptr: the mapper then
+/// applies it to text in a reply without building a JSON value.
+inline VLMSDKTextTransform textFormOf(const VLMSDKAttributeMappingBlock& block) {
+    if (const auto form = currencyTextForm(block)) return form;
+    return dateTextForm(block);
+}
 
 /// Whether `block` hands text back as it is (the platform-identifier transform does): the mapper then
 /// stores the text straight from the reply, sparing the copy the transform would return.

@@ -572,7 +572,7 @@ void VLMSDKHTTPEngine::complete(VLMSDKDataTaskCompletion& completion, VLMSDKHTTP
     requestsCompleted_.fetch_add(1, std::memory_order_relaxed);
     if (!completion) return;
     try {
-        completion(std::move(reply.responseJSON), std::move(reply.response), std::move(reply.error));
+        completion(std::move(reply.body), std::move(reply.response), std::move(reply.error));
     } catch (...) {
         // A handler's exception must not end the driving thread, and has no one else to go to.
     }

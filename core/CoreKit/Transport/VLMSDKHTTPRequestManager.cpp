@@ -75,7 +75,7 @@ public:
             if (const auto target = weak.lock()) target->cancelRequest(id);
         });
         pending.completion = [inner = std::move(pending.completion), cancellation,
-                              key](std::shared_ptr<const VLMSDKJSON> json,
+                              key](std::shared_ptr<const VLMSDKJSONReply> json,
                                    std::shared_ptr<const VLMSDKURLResponse> response, VLMErrorPtr error) {
             cancellation->removeCallback(key);
             if (inner) inner(std::move(json), std::move(response), std::move(error));

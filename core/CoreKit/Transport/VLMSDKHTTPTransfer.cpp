@@ -353,7 +353,7 @@ VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result, VLMSDKJSONReader& 
         reply.error = std::make_shared<const VLMError>(std::move(details));
         return reply;
     }
-    reply.responseJSON = VLMSDKJSONReader::share(std::move(read.json));
+    reply.body = std::move(read.reply);
     return reply;
 }
 

@@ -26,7 +26,7 @@ struct VLMSDKHTTPPendingRequest {
 
 /// The three values a reply handler receives.
 struct VLMSDKHTTPReply {
-    std::shared_ptr<const VLMSDKJSON> responseJSON;
+    std::shared_ptr<const VLMSDKJSONReply> body;
     std::shared_ptr<const VLMSDKURLResponse> response;
     VLMErrorPtr error;
 };

@@ -67,7 +67,7 @@ TEST(ResponseValidator, JudgesTransportStatusAndShapeAndSaysWhy) {
 
 TEST(ResponseValidator, TheMissingKeyIsNamedAndATransportErrorIsTheVeryOneGiven) {
     auto validator = VLMSDKAPIManagerResponseValidator::validatorForResponse(
-        FakeReply::http(200).response, std::make_shared<const VLMSDKJSON>(VLMSDKJSON{{"reservation", 1}}), nullptr);
+        FakeReply::http(200).response, FakeReply::http(200, VLMSDKJSON{{"reservation", 1}}).json, nullptr);
     validator->setRequiredJSONKeys({"reservation", "transaction"});
     VLMErrorPtr error;
     ASSERT_FALSE(validator->validate(&error));

@@ -1,6 +1,8 @@
 #include "../support/CoreTestRecords.h"
 #include "RecordingAssertionHandler.h"
 
+#include <JSON/VLMSDKJSONReader.h>
+#include <VLMSDKCoreKit/Archiving/VLMSDKKeyedArchiver.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKCurrencyMapping.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKMapper.h>
 
@@ -14,10 +16,36 @@ namespace {
 
 using namespace std::chrono;
 
+// The outcome as text: the record's archive, or the error's message; equal outcomes give equal text.
+std::string outcomeOf(const VLMSDKMappingResult& result) {
+    if (!result.result()) return "error: " + result.error()->developerMessage();
+    VLMSDKKeyedArchiver archiver;
+    const auto bytes = archiver.archiveRootObject(*result.result());
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// The reply as the transport reads it from `text`.
+std::shared_ptr<const VLMSDKJSONReply> readReply(std::string text) {
+    vlmsdk::detail::VLMSDKJSONReader reader;
+    return reader.read(text).reply;
+}
+
+// Maps `json` as a value and as the transport reads its text: both ways must give the same outcome.
+std::shared_ptr<const VLMSDKMappingResult> mapBothForms(const VLMSDKJSON& json,
+                                                        const std::shared_ptr<const VLMSDKObjectMapping>& mapping) {
+    const auto fromValue = VLMSDKMapper::objectFromJSON(json, mapping);
+    EXPECT_EQ(fromValue->result() == nullptr, fromValue->error() != nullptr) << "exactly one of result and error";
+    const auto reply = readReply(json.dump());
+    EXPECT_NE(reply, nullptr);
+    if (reply) {
+        EXPECT_EQ(outcomeOf(*VLMSDKMapper::objectFromReply(*reply, mapping)), outcomeOf(*fromValue));
+    }
+    return fromValue;
+}
+
 std::shared_ptr<Ledger> mapLedger(const VLMSDKJSON& json, VLMErrorPtr* error = nullptr) {
-    const auto result = VLMSDKMapper::objectFromJSON(json, Ledger::objectMapping());
+    const auto result = mapBothForms(json, Ledger::objectMapping());
     if (error) *error = result->error();
-    EXPECT_EQ(result->result() == nullptr, result->error() != nullptr) << "exactly one of result and error";
     return result->resultAs<Ledger>();
 }
 
@@ -145,8 +173,7 @@ TEST(VLMSDKMapper, TransformResultsMustFitTheProperty) {
     mapping->mapJSONKey("nothing", "title", [](const VLMSDKJSON&) -> VLMSDKMappedValue { return VLMSDKJSON(); });
     std::shared_ptr<const VLMSDKObjectMapping> shared = mapping;
 
-    auto result =
-        VLMSDKMapper::objectFromJSON(VLMSDKJSON{{"when", "2026-11-21"}, {"amount", "12.50"}, {"nothing", 1}}, shared);
+    auto result = mapBothForms(VLMSDKJSON{{"when", "2026-11-21"}, {"amount", "12.50"}, {"nothing", 1}}, shared);
     const auto ledger = result->resultAs<Ledger>();
     ASSERT_NE(ledger, nullptr) << result->error()->developerMessage();
     EXPECT_EQ(ledger->stamp, VLMSDKTime(sys_days(2026y / November / 21)));
@@ -157,10 +184,52 @@ TEST(VLMSDKMapper, TransformResultsMustFitTheProperty) {
         {"day_as_title", "2026-11-21"}, {"time_as_day", "2026-11-21T10:04:05Z"}, {"amount", "twelve"}};
     for (const auto& [key, value] : failing) {
         SCOPED_TRACE(key);
-        result = VLMSDKMapper::objectFromJSON(VLMSDKJSON{{key, value}}, shared);
+        result = mapBothForms(VLMSDKJSON{{key, value}}, shared);
         EXPECT_EQ(result->result(), nullptr);
         ASSERT_NE(result->error(), nullptr);
         EXPECT_TRUE(contains(result->error()->developerMessage(), key));
+    }
+}
+
+// What a JSON value cannot show: repeated keys, and the reply's member picked without building it.
+TEST(VLMSDKMapper, TheTransportsFormMapsAsTheValueOfTheSameTextDoes) {
+    const std::vector<std::pair<std::string, std::optional<std::string>>> rows = {
+        {R"({"title":"a","title":"b"})", "b"},
+        {R"({"title":"a","title":null})", "untitled"},
+        {R"({"title":null,"title":"a"})", "a"},
+        {R"({"title":5,"title":"a"})", "a"},
+        {R"({"title":"a","title":5})", std::nullopt},  // fails: the last value counts
+        {R"({"leaves":[{"label":"x","label":"y"}],"title":"\u00e9\n"})", "\u00e9\n"},
+        {R"({"id":123456789012345678901234567890,"title":"wide"})", std::nullopt},  // an id must be an integer
+        {R"({"id":18446744073709551615,"total":-9223372036854775808,"is_open":0})", "untitled"},
+    };
+    for (const auto& [text, title] : rows) {
+        SCOPED_TRACE(text);
+        const auto reply = readReply(text);
+        ASSERT_NE(reply, nullptr);
+        const auto fromText = VLMSDKMapper::objectFromReply(*reply, Ledger::objectMapping());
+        const auto fromValue = VLMSDKMapper::objectFromJSON(VLMSDKJSON::parse(text), Ledger::objectMapping());
+        EXPECT_EQ(outcomeOf(*fromText), outcomeOf(*fromValue));
+        const auto ledger = fromText->resultAs<Ledger>();
+        EXPECT_EQ(ledger != nullptr, title.has_value()) << outcomeOf(*fromText);
+        if (ledger) {
+            EXPECT_EQ(ledger->title, title);
+        }
+    }
+
+    // A named member is mapped alone; a missing one, or a reply that is no object, maps as null.
+    const std::vector<std::pair<std::string, std::string>> members = {
+        {R"({"lead":{"label":"one"},"lead":{"label":"two"}})", "two"},
+        {R"({"other":{}})", "error: Leaf: expected a JSON object, got null"},
+        {R"([{"label":"one"}])", "error: Leaf: expected a JSON object, got null"},
+    };
+    for (const auto& [text, expected] : members) {
+        SCOPED_TRACE(text);
+        for (const auto& reply : {readReply(text), std::make_shared<const VLMSDKJSONReply>(VLMSDKJSON::parse(text))}) {
+            const auto result = VLMSDKMapper::objectFromReply(*reply, Leaf::objectMapping(), "lead");
+            const auto leaf = result->resultAs<Leaf>();
+            EXPECT_EQ(leaf ? *leaf->label : outcomeOf(*result), expected);
+        }
     }
 }
 

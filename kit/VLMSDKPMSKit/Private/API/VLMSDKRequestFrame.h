@@ -30,7 +30,7 @@ public:
     using Completion = std::function<void(Result, VLMErrorPtr)>;
     using Outcome = std::pair<Result, VLMErrorPtr>;
     /// Turns a reply that passed validation into the outcome. Runs on the reply thread; stateless.
-    using Finish = Outcome (*)(const VLMSDKJSON& reply);
+    using Finish = Outcome (*)(const VLMSDKJSONReply& reply);
 
     enum class Method { GET, POST, PATCH };
 
@@ -143,7 +143,7 @@ public:
                 std::move(request),
                 // The manager calls this exactly once, so it may hand the completion on rather than copy it.
                 [operation = &operation, completion = std::move(completion)](
-                    std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
+                    std::shared_ptr<const VLMSDKJSONReply> json, std::shared_ptr<const VLMSDKURLResponse> response,
                     VLMErrorPtr error) mutable {
                     handleReply(*operation, nullptr, std::move(completion), std::move(json), std::move(response),
                                 std::move(error));
@@ -155,7 +155,7 @@ public:
         manager.requestManager()->performControlledRequest(
             std::move(request), control,
             [operation = &operation, controlled, completion = std::move(completion)](
-                std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
+                std::shared_ptr<const VLMSDKJSONReply> json, std::shared_ptr<const VLMSDKURLResponse> response,
                 VLMErrorPtr error) mutable {
                 handleReply(*operation, controlled.get(), std::move(completion), std::move(json), std::move(response),
                             std::move(error));
@@ -214,7 +214,7 @@ private:
 
     // `controlled` is null for a request without control (the common case: nothing extra is kept).
     static void handleReply(const Operation& operation, const Controlled* controlled, Completion completion,
-                            std::shared_ptr<const VLMSDKJSON> json, std::shared_ptr<const VLMSDKURLResponse> response,
+                            std::shared_ptr<const VLMSDKJSONReply> json, std::shared_ptr<const VLMSDKURLResponse> response,
                             VLMErrorPtr error) {
         const auto finishWith = [&](Result result, VLMErrorPtr failure) {
             if (!controlled) {
@@ -235,7 +235,7 @@ private:
             finishWith(Result{}, std::move(validationError));
             return;
         }
-        static const VLMSDKJSON noReply;
+        static const VLMSDKJSONReply noReply{VLMSDKJSON()};
         auto [result, failure] = operation.finish(json ? *json : noReply);
         finishWith(std::move(result), std::move(failure));
     }

@@ -12,32 +12,27 @@ using SuccessFrame = VLMSDKRequestFrame<bool>;
 using FolioFrame = VLMSDKRequestFrame<std::shared_ptr<VLMSDKFolio>>;
 using PayFrame = VLMSDKRequestFrame<std::shared_ptr<VLMSDKPayForReservationResult>>;
 
-const VLMSDKJSON& member(const VLMSDKJSON& reply, const char* key) {
-    static const VLMSDKJSON absent;
-    if (!reply.is_object()) return absent;
-    const auto found = reply.find(key);
-    return found == reply.end() ? absent : *found;
-}
-
+// The reply, or its member `member`, mapped into a Record.
 template <class Record>
-std::pair<std::shared_ptr<Record>, VLMErrorPtr> mapRecord(const VLMSDKJSON& json) {
-    const auto mapped = VLMSDKMapper::objectFromJSON(json, Record::objectMapping());
+std::pair<std::shared_ptr<Record>, VLMErrorPtr> mapRecord(const VLMSDKJSONReply& reply,
+                                                          std::optional<std::string_view> member = std::nullopt) {
+    const auto mapped = VLMSDKMapper::objectFromReply(reply, Record::objectMapping(), member);
     if (auto record = mapped->template resultAs<Record>()) return {std::move(record), nullptr};
     return {nullptr, mapped->error()};
 }
 
-ReservationFrame::Outcome reservationFromReply(const VLMSDKJSON& reply) {
-    return mapRecord<VLMSDKReservation>(member(reply, "reservation"));
+ReservationFrame::Outcome reservationFromReply(const VLMSDKJSONReply& reply) {
+    return mapRecord<VLMSDKReservation>(reply, "reservation");
 }
 
-FolioFrame::Outcome folioFromReply(const VLMSDKJSON& reply) { return mapRecord<VLMSDKFolio>(reply); }
+FolioFrame::Outcome folioFromReply(const VLMSDKJSONReply& reply) { return mapRecord<VLMSDKFolio>(reply); }
 
-SuccessFrame::Outcome succeed(const VLMSDKJSON&) { return {true, nullptr}; }
+SuccessFrame::Outcome succeed(const VLMSDKJSONReply&) { return {true, nullptr}; }
 
 // The parts are taken as they map; a part that does not map is left out rather than failing the payment.
-PayFrame::Outcome paymentFromReply(const VLMSDKJSON& reply) {
-    auto reservation = mapRecord<VLMSDKReservation>(member(reply, "reservation")).first;
-    auto transaction = mapRecord<VLMSDKPaymentTransaction>(member(reply, "transaction")).first;
+PayFrame::Outcome paymentFromReply(const VLMSDKJSONReply& reply) {
+    auto reservation = mapRecord<VLMSDKReservation>(reply, "reservation").first;
+    auto transaction = mapRecord<VLMSDKPaymentTransaction>(reply, "transaction").first;
     return {VLMSDKPayForReservationResult::initWithTransaction(std::move(transaction), std::move(reservation)), nullptr};
 }
 

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <VLMSDKCoreKit/VLMSDKJSON.h>
+
+#include <mutex>
+#include <string_view>
+
+/// One parsed reply body. Read-only once made: any number of threads may read it at once, and any thread
+/// may release it.
+///
+/// The SDK's transport reads reply text into a form of its own and builds no JSON value for it:
+/// VLMSDKMapper maps that form straight into records, and `json()` builds the value only when asked. A
+/// request manager of a host's own (or a test) makes a reply from a JSON value.
+class VLMSDKJSONReply {
+public:
+    /// A reply that is `json`.
+    explicit VLMSDKJSONReply(VLMSDKJSON json);
+    virtual ~VLMSDKJSONReply();
+    VLMSDKJSONReply(const VLMSDKJSONReply&) = delete;
+    VLMSDKJSONReply& operator=(const VLMSDKJSONReply&) = delete;
+
+    /// The reply as the SDK's JSON value, built the first time any thread asks for it (the same value for
+    /// every caller after that). May throw std::bad_alloc.
+    const VLMSDKJSON& json() const;
+
+    /// Whether the reply is a JSON object. Builds nothing.
+    virtual bool isObject() const;
+
+    /// Whether the reply is a JSON object holding the member `key`. Builds nothing.
+    virtual bool hasMember(std::string_view key) const;
+
+protected:
+    /// For a form that builds its JSON value on demand, through `buildJSON`.
+    VLMSDKJSONReply();
+
+private:
+    /// The JSON value of a reply made without one; called at most once.
+    virtual VLMSDKJSON buildJSON() const;
+
+    const bool built_;
+    mutable std::once_flag building_;
+    mutable VLMSDKJSON json_;
+};
