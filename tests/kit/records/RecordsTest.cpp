@@ -10,7 +10,6 @@
 
 #include <array>
 #include <bit>
-#include <chrono>
 #include <cstdio>
 #include <latch>
 #include <memory>
@@ -21,8 +20,6 @@
 #include <vector>
 
 namespace {
-
-using namespace std::chrono;
 
 static_assert(sizeof(VLMSDKReservationStatus) == sizeof(void*));
 static_assert(std::is_signed_v<std::underlying_type_t<VLMSDKReservationStatus>>);
