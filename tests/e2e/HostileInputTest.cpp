@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <mutex>
@@ -86,6 +85,18 @@ const std::vector<Route>& identifierRoutes() {
     return routes;
 }
 
+// Runs `call` and gives its one delivery, which must come on the main thread.
+Delivery deliveryOf(const Call& call, const Client& client, DeliveryLog& log) {
+    const std::size_t before = log.count();
+    call(client.api(), log);
+    if (!log.waitFor(before + 1)) {
+        ADD_FAILURE() << "nothing was delivered";
+        return {};
+    }
+    EXPECT_TRUE(log.at(before).onMainThread);
+    return log.at(before);
+}
+
 std::vector<std::string> split(std::string_view text, char separator) {
     std::vector<std::string> parts;
     for (std::size_t start = 0;;) {
@@ -109,19 +120,6 @@ std::string percentDecoded(std::string_view text) {
     return decoded;
 }
 
-std::string printable(const std::string& text) {
-    std::string shown;
-    for (const char c : text) {
-        const auto u = static_cast<unsigned char>(c);
-        if (u < 0x20 || u == 0x7F) {
-            shown += "\\x" + std::string(1, "0123456789abcdef"[u >> 4]) + "0123456789abcdef"[u & 15];
-        } else {
-            shown += c;
-        }
-    }
-    return shown;
-}
-
 TEST(HostileInput, NoIdentifierTakesARequestToAnotherRoute) {
     const std::vector<std::string> identifiers = {
         "rsv_0001/mobile_checkin", "rsv_0005/mobile_checkin?", "abc/folio", "../../admin/users", "/", "rsv_0003#typo",
@@ -134,12 +132,8 @@ TEST(HostileInput, NoIdentifierTakesARequestToAnotherRoute) {
     std::size_t sent = 0;
     for (const auto& route : identifierRoutes()) {
         for (const auto& id : identifiers) {
-            SCOPED_TRACE(std::string(route.name) + " '" + printable(id) + "'");
-            const std::size_t before = log.count();
-            route.call(id)(client.api(), log);
-            ASSERT_TRUE(log.waitFor(before + 1));
-            const Delivery delivery = log.at(before);
-            EXPECT_TRUE(delivery.onMainThread);
+            SCOPED_TRACE(std::string(route.name) + " " + testing::PrintToString(id));
+            const Delivery delivery = deliveryOf(route.call(id), client, log);
             ASSERT_NE(delivery.error, nullptr);
             const auto seen = service.take();
 
@@ -225,11 +219,7 @@ TEST(HostileInput, AReplyNestedBeyondTheLimitEndsInOneClearErrorWhicheverMappedK
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         service.setReply(c.reply);
-        const std::size_t before = log.count();
-        c.call(client.api(), log);
-        ASSERT_TRUE(log.waitFor(before + 1));
-        const Delivery delivery = log.at(before);
-        EXPECT_TRUE(delivery.onMainThread);
+        const Delivery delivery = deliveryOf(c.call, client, log);
         EXPECT_EQ(delivery.record, nullptr);
         ASSERT_NE(delivery.error, nullptr);
         EXPECT_EQ(delivery.error->code(), VLMErrorCode::InvalidResponse);
@@ -261,10 +251,7 @@ TEST(HostileInput, ABodyJSONCannotCarryIsNeverSent) {
     DeliveryLog log;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::size_t before = log.count();
-        row.call(client.api(), log);
-        ASSERT_TRUE(log.waitFor(before + 1));
-        const VLMErrorPtr error = log.at(before).error;
+        const VLMErrorPtr error = deliveryOf(row.call, client, log).error;
         ASSERT_NE(error, nullptr);
         EXPECT_EQ(error->code(), VLMErrorCode::RequiredArgument);
         EXPECT_EQ(error->argumentName(), row.argument);
@@ -297,10 +284,9 @@ TEST(HostileInput, NeitherTokenNorCardNorPasswordReachesAnErrorOrALogLineAtAnyLe
             fetch("rsv_9999"),                                // 404
         };
         for (std::size_t i = 0; i < std::size(calls); ++i) {
-            calls[i](client.api(), log);
-            ASSERT_TRUE(log.waitFor(i + 1));
-            if (const auto error = log.at(i).error) texts.push_back(error->description() + " " + error->userMessage());
-            EXPECT_EQ(log.at(i).error == nullptr, i < 2) << i;
+            const VLMErrorPtr error = deliveryOf(calls[i], client, log).error;
+            if (error) texts.push_back(error->description() + " " + error->userMessage());
+            EXPECT_EQ(error == nullptr, i < 2) << i;
         }
     }
     {
@@ -310,10 +296,9 @@ TEST(HostileInput, NeitherTokenNorCardNorPasswordReachesAnErrorOrALogLineAtAnyLe
         Client client("http://guest:" + std::string(kPassword) + "@127.0.0.1:" + std::to_string(closedPort) + "/",
                       kSandboxToken);
         DeliveryLog log;
-        fetch("rsv_0003")(client.api(), log);
-        ASSERT_TRUE(log.waitFor(1));
-        ASSERT_NE(log.at(0).error, nullptr);
-        texts.push_back(log.at(0).error->description());
+        const VLMErrorPtr error = deliveryOf(fetch("rsv_0003"), client, log).error;
+        ASSERT_NE(error, nullptr);
+        texts.push_back(error->description());
         EXPECT_NE(texts.back().find("guest:***@127.0.0.1"), std::string::npos) << texts.back();
     }
     for (const auto& record : capture.consoleRecords()) texts.push_back(record.formatted());

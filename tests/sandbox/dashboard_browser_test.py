@@ -12,14 +12,12 @@ import base64
 import json
 import os
 import re
+import select
 import shutil
-import socket
-import struct
 import subprocess
 import sys
 import tempfile
 import time
-import urllib.request
 
 PATIENCE = 30  # seconds any one thing may take
 
@@ -42,80 +40,50 @@ def until(what, probe, seconds=PATIENCE):
 
 
 class DevTools:
-    """One page's DevTools connection: a minimal client websocket (RFC 6455) carrying JSON commands."""
+    """The browser's DevTools protocol over --remote-debugging-pipe: JSON messages ended by NUL, read on the
+    browser's fd 3 and written on its fd 4."""
 
-    def __init__(self, url):
-        match = re.match(r"ws://([^:/]+):(\d+)(/.*)", url)
-        self.sock = socket.create_connection((match.group(1), int(match.group(2))), timeout=PATIENCE)
-        key = base64.b64encode(os.urandom(16)).decode()
-        self.sock.sendall((f"GET {match.group(3)} HTTP/1.1\r\nHost: {match.group(1)}:{match.group(2)}\r\n"
-                           f"Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: {key}\r\n"
-                           "Sec-WebSocket-Version: 13\r\n\r\n").encode())
-        head = b""
-        while b"\r\n\r\n" not in head:
-            chunk = self.sock.recv(1)
-            if not chunk:
-                fail("DevTools closed the websocket handshake")
-            head += chunk
-        if b" 101 " not in head.split(b"\r\n")[0]:
-            fail("DevTools refused the websocket: " + head.decode(errors="replace"))
+    def __init__(self, command):
+        to_browser, self.out = os.pipe()
+        self.inp, from_browser = os.pipe()
+
+        def in_child():
+            # Copied out of the way first, so that neither end lands on the other's number.
+            read, write = os.dup(to_browser), os.dup(from_browser)
+            for source, target in ((read, 3), (write, 4)):
+                os.dup2(source, target)
+                os.set_inheritable(target, True)
+
+        self.process = subprocess.Popen(command + ["--remote-debugging-pipe"], close_fds=False, preexec_fn=in_child,
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(to_browser)
+        os.close(from_browser)
+        self.received = b""
         self.next_id = 0
 
-    def _read(self, count):
-        data = b""
-        while len(data) < count:
-            chunk = self.sock.recv(count - len(data))
-            if not chunk:
-                fail("DevTools closed the connection")
-            data += chunk
-        return data
-
-    def _send_frame(self, opcode, payload):
-        header = bytes([0x80 | opcode])
-        if len(payload) < 126:
-            header += bytes([0x80 | len(payload)])
-        elif len(payload) < 65536:
-            header += bytes([0x80 | 126]) + struct.pack(">H", len(payload))
-        else:
-            header += bytes([0x80 | 127]) + struct.pack(">Q", len(payload))
-        mask = os.urandom(4)
-        self.sock.sendall(header + mask + bytes(b ^ mask[i % 4] for i, b in enumerate(payload)))
-
-    def _message(self):
-        parts = b""
-        while True:
-            first, second = self._read(2)
-            length = second & 0x7F
-            if length == 126:
-                length = struct.unpack(">H", self._read(2))[0]
-            elif length == 127:
-                length = struct.unpack(">Q", self._read(8))[0]
-            mask = self._read(4) if second & 0x80 else None
-            payload = self._read(length)
-            if mask:
-                payload = bytes(b ^ mask[i % 4] for i, b in enumerate(payload))
-            opcode = first & 0x0F
-            if opcode == 8:
-                fail("DevTools closed the websocket")
-            if opcode == 9:
-                self._send_frame(10, payload)
-                continue
-            parts += payload
-            if first & 0x80:
-                return json.loads(parts)
-
-    def call(self, method, **params):
+    def call(self, method, session=None, **params):
         self.next_id += 1
-        self._send_frame(1, json.dumps({"id": self.next_id, "method": method, "params": params}).encode())
+        message = {"id": self.next_id, "method": method, "params": params}
+        if session:
+            message["sessionId"] = session
+        os.write(self.out, json.dumps(message).encode() + b"\0")
         while True:  # events arrive in between; only the answer counts
-            message = self._message()
-            if message.get("id") == self.next_id:
-                if "error" in message:
-                    fail(f"{method}: {message['error']}")
-                return message["result"]
+            while b"\0" not in self.received:
+                if not select.select([self.inp], [], [], PATIENCE)[0]:
+                    fail(f"{method}: no answer from the browser")
+                chunk = os.read(self.inp, 65536)
+                if not chunk:
+                    fail("the browser closed its DevTools pipe")
+                self.received += chunk
+            text, self.received = self.received.split(b"\0", 1)
+            answer = json.loads(text)
+            if answer.get("id") == self.next_id:
+                if "error" in answer:
+                    fail(f"{method}: {answer['error']}")
+                return answer["result"]
 
-    def evaluate(self, expression):
-        result = self.call("Runtime.evaluate", expression=expression, returnByValue=True)
+    def evaluate(self, session, expression):
+        result = self.call("Runtime.evaluate", session, expression=expression, returnByValue=True)
         return result.get("result", {}).get("value")
 
 
@@ -143,29 +111,22 @@ def main():
     try:
         started = time.monotonic()
         dashboard = re.search(r"dashboard: (\S+)", tool("sandbox", "start", "--port", "0")).group(1)
-        profile = os.path.join(work, "profile")
-        browser = subprocess.Popen(
+        devtools = DevTools(
             [args.chromium, "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
              "--disable-background-networking", "--disable-component-update", "--disable-sync",
-             "--hide-scrollbars", "--window-size=1400,1000", f"--user-data-dir={profile}",
-             "--remote-debugging-port=0", dashboard],
-            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        port_file = os.path.join(profile, "DevToolsActivePort")
-        port = until("Chromium's DevTools port", lambda: os.path.exists(port_file) and
-                     open(port_file).read().split("\n")[0].strip())
-        direct = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+             "--hide-scrollbars", "--window-size=1400,1000", f"--user-data-dir={os.path.join(work, 'profile')}",
+             dashboard])
+        browser = devtools.process
 
         def page():
-            try:
-                targets = json.load(direct.open(f"http://127.0.0.1:{port}/json/list", timeout=5))
-            except OSError:
-                return None
-            return next((t["webSocketDebuggerUrl"] for t in targets
-                         if t.get("type") == "page" and t.get("url", "").startswith(dashboard.split("#")[0])), None)
+            targets = devtools.call("Target.getTargets")["targetInfos"]
+            return next((t["targetId"] for t in targets
+                         if t["type"] == "page" and t["url"].startswith(dashboard.split("#")[0])), None)
 
-        devtools = DevTools(until("the dashboard page", page))
+        session = devtools.call("Target.attachToTarget", targetId=until("the dashboard page", page),
+                                flatten=True)["sessionId"]
         until("the seeded reservations on the page",
-              lambda: devtools.evaluate("document.querySelectorAll('#reservations tbody tr').length") == 13)
+              lambda: devtools.evaluate(session, "document.querySelectorAll('#reservations tbody tr').length") == 13)
 
         tool("create", "--confirmation", "HLI-48213", "--venue", "ven_harborlight", "--last-name", "Quillfeather")
         tool("checkin", "rsv_0001")
@@ -182,9 +143,9 @@ def main():
                 && document.querySelector('#connection').textContent === 'live';
         })()"""
         until("the requests, the guest in house with the charges, and the fault on the page",
-              lambda: devtools.evaluate(shown))
+              lambda: devtools.evaluate(session, shown))
 
-        shot = devtools.call("Page.captureScreenshot", format="png")
+        shot = devtools.call("Page.captureScreenshot", session, format="png")
         with open(args.screenshot, "wb") as out:
             out.write(base64.b64decode(shot["data"]))
         print(f"dashboard test: the page showed the request and the new state; screenshot in {args.screenshot} "

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -13,79 +14,59 @@
 
 extern char** environ;
 
-namespace {
-
-// Environment variables that would point the tool somewhere else than the test says.
-bool isToolSetting(const char* entry) {
-    return std::strncmp(entry, "VLMSDK_PMS_", std::strlen("VLMSDK_PMS_")) == 0;
-}
-
-class Pipe {
-public:
-    Pipe() {
-        if (::pipe2(ends_, O_CLOEXEC) != 0) throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
-    }
-    ~Pipe() {
-        closeRead();
-        closeWrite();
-    }
-    int read() const { return ends_[0]; }
-    int write() const { return ends_[1]; }
-    void closeRead() { close(ends_[0]); }
-    void closeWrite() { close(ends_[1]); }
-
-private:
-    static void close(int& fd) {
-        if (fd >= 0) ::close(fd);
-        fd = -1;
-    }
-    int ends_[2] = {-1, -1};
-};
-
-}  // namespace
-
-ToolRun runTool(const std::string& program, const std::vector<std::string>& arguments,
-                const std::vector<std::string>& environment) {
+pid_t startProgram(const std::string& program, const std::vector<std::string>& arguments,
+                   const std::vector<std::string>& environment, int out, int err) {
     std::vector<std::string> argumentTexts{program};
     argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (auto& text : argumentTexts) argv.push_back(text.data());
     argv.push_back(nullptr);
+    // The tool's own variables would point it somewhere else than the test says.
     std::vector<std::string> settings = environment;
-    const auto setHere = [&](const char* entry) {
-        return std::any_of(settings.begin(), settings.end(), [&](const std::string& setting) {
-            const auto name = setting.substr(0, setting.find('=') + 1);
-            return std::strncmp(entry, name.c_str(), name.size()) == 0;
-        });
-    };
     std::vector<char*> envp;
     for (char** entry = environ; *entry; ++entry) {
-        if (!isToolSetting(*entry) && !setHere(*entry)) envp.push_back(*entry);
+        const bool replaced = std::any_of(settings.begin(), settings.end(), [&](const std::string& setting) {
+            return std::strncmp(*entry, setting.c_str(), setting.find('=') + 1) == 0;
+        });
+        if (!replaced && std::strncmp(*entry, "VLMSDK_PMS_", std::strlen("VLMSDK_PMS_")) != 0) envp.push_back(*entry);
     }
     for (std::string& setting : settings) envp.push_back(setting.data());
     envp.push_back(nullptr);
 
-    Pipe out;
-    Pipe err;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out.write(), STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, err.write(), STDERR_FILENO);
-    posix_spawn_file_actions_addclose(&actions, out.read());
-    posix_spawn_file_actions_addclose(&actions, err.read());
-    pid_t pid = 0;
+    posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
+    pid_t pid = -1;
     const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) throw std::runtime_error("posix_spawn " + program + ": " + std::strerror(spawned));
-    out.closeWrite();
-    err.closeWrite();
+    return pid;
+}
+
+int waitForProgram(pid_t pid) {
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+ToolRun runTool(const std::string& program, const std::vector<std::string>& arguments,
+                const std::vector<std::string>& environment) {
+    int out[2];
+    int err[2];
+    if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) {
+        throw std::runtime_error(std::string("pipe: ") + std::strerror(errno));
+    }
+    const pid_t pid = startProgram(program, arguments, environment, out[1], err[1]);
+    ::close(out[1]);
+    ::close(err[1]);
 
     // Read both streams as they come, so that neither pipe fills up and blocks the tool.
     ToolRun run;
-    pollfd fds[2] = {{out.read(), POLLIN, 0}, {err.read(), POLLIN, 0}};
+    pollfd fds[2] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
     std::string* sinks[2] = {&run.out, &run.err};
-    int open = 2;
-    while (open > 0) {
+    for (int open = 2; open > 0;) {
         if (::poll(fds, 2, -1) < 0) {
             if (errno == EINTR) continue;
             break;
@@ -97,15 +78,14 @@ ToolRun runTool(const std::string& program, const std::vector<std::string>& argu
             if (got > 0) {
                 sinks[index]->append(buffer, static_cast<std::size_t>(got));
             } else if (got == 0 || errno != EINTR) {
-                fds[index].fd = -1;
+                ::close(std::exchange(fds[index].fd, -1));
                 --open;
             }
         }
     }
-
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    for (const pollfd& fd : fds) {
+        if (fd.fd >= 0) ::close(fd.fd);
     }
-    run.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.exitStatus = waitForProgram(pid);
     return run;
 }

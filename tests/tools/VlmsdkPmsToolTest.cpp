@@ -77,7 +77,8 @@ nlohmann::json parsedDocument(const std::string& text) {
     return document;
 }
 
-TEST_F(VlmsdkPmsToolTest, DemoWalksTheWholeStayAndPrintsEveryStep) {
+// With no background service, the demo runs on one of its own, says so, and walks the whole stay.
+TEST_F(VlmsdkPmsToolTest, DemoWalksTheWholeStayAndPrintsEveryStepAsTextOrAsOneDocument) {
     const ToolRun run = tool({"demo"});
     ASSERT_EQ(run.exitStatus, 0) << run.err;
     EXPECT_EQ(run.err, fallbackNotice);
@@ -85,28 +86,24 @@ TEST_F(VlmsdkPmsToolTest, DemoWalksTheWholeStayAndPrintsEveryStep) {
                             "[4/8] Charge", "[5/8] Read the master bill", "[6/8] Pay the balance",
                             "[7/8] Mobile check-out", "[8/8] Read the reservation after check-out",
                             "Status:           checked out", "Stay complete: reservation rsv_0001"});
-}
 
-TEST_F(VlmsdkPmsToolTest, DemoWithJSONPrintsOneDocumentHoldingEveryStep) {
-    const ToolRun run = tool({"demo", "--json"});
-    ASSERT_EQ(run.exitStatus, 0) << run.err;
-    EXPECT_EQ(run.err, fallbackNotice);
-    const nlohmann::json document = parsedDocument(run.out);
-    ASSERT_TRUE(document.is_object());
-    EXPECT_EQ(document.at("completed"), true);
-    const auto& steps = document.at("steps");
-    const std::vector<std::string> expected{"create", "confirm", "checkin", "charge", "folio", "pay", "checkout", "fetch"};
-    ASSERT_EQ(steps.size(), expected.size());
-    for (std::size_t index = 0; index < expected.size(); ++index) {
-        SCOPED_TRACE(expected[index]);
-        EXPECT_EQ(steps[index].at("operation"), expected[index]);
-        EXPECT_TRUE(steps[index].at("result").is_object());
+    const ToolRun json = tool({"demo", "--json"});
+    ASSERT_EQ(json.exitStatus, 0) << json.err;
+    EXPECT_EQ(json.err, fallbackNotice);
+    const nlohmann::json document = parsedDocument(json.out);
+    EXPECT_EQ(document.value("completed", false), true);
+    std::vector<std::string> operations;
+    for (const auto& step : document.value("steps", nlohmann::json::array())) {
+        operations.push_back(step.value("operation", ""));
+        EXPECT_TRUE(step.at("result").is_object());
     }
-    EXPECT_EQ(steps[7].at("result").at("status"), "checked_out");
+    EXPECT_EQ(operations, (std::vector<std::string>{"create", "confirm", "checkin", "charge", "folio", "pay",
+                                                    "checkout", "fetch"}));
+    EXPECT_EQ(document.at("steps").at(7).at("result").at("status"), "checked_out");
 }
 
-// Every bad argument, to each subcommand, is one line naming the flag, exit 2; the service's own request log
-// shows that nothing reached it.
+// A bad value for each flag and argument of each subcommand is one line naming it, exit 2; the service's own
+// request log shows that nothing reached it. Which values each kind refuses is PMSArgumentRulesTest's table.
 TEST_F(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
     const ToolRun started = tool({"--json", "sandbox", "start", "--port", "0"});
     ASSERT_EQ(started.exitStatus, 0) << started.err;
@@ -135,22 +132,11 @@ TEST_F(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
     const Row rows[] = {
         {pay("0"), "pay --amount: wants an amount above 0"},
         {pay("-5"), "pay --amount: wants"},
-        {pay("nan"), "pay --amount: wants"},
-        {pay("inf"), "pay --amount: wants"},
-        {pay("1e309"), "pay --amount: wants"},
-        {pay("1.234"), "pay --amount: wants"},
         {pay("5", ""), "pay --card: wants an id"},
         {pay("5", "c1", ""), "pay --currency: wants a three-letter currency code"},
-        {pay("5", "c1", "US"), "pay --currency: wants"},
-        {pay("5", "c1", "U5D"), "pay --currency: wants"},
         {{"pay", "rsv_0003", "--amount", "5"}, "pay --card is required"},
         {{"fetch", ""}, "fetch ID: wants an id"},
-        {{"fetch", "rsv_0003#typo"}, "fetch ID: wants an id"},
-        {{"fetch", "rsv_0003?x=1"}, "fetch ID: wants an id"},
-        {{"fetch", "rsv 0003"}, "fetch ID: wants an id"},
-        {{"fetch", "rsv\t0003"}, "fetch ID: wants an id"},
         {{"fetch", "rsv\x1b[2J"}, "fetch ID: wants an id"},
-        {{"fetch", "."}, "fetch ID: wants an id"},
         {{"fetch", "rsv_0003", "rsv_0004"}, "fetch: unexpected argument 'rsv_0004'"},
         {{"confirm", "rsv_0005/confirm"}, "confirm ID: wants an id"},
         {{"confirm", "rsv_0005", "--notify=maybe"}, "confirm --notify: wants no value, or true or false"},
@@ -159,20 +145,14 @@ TEST_F(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
         {{"folio", "abc/folio"}, "folio ID: wants an id"},
         {{"pay", "rsv?", "--card", "c1", "--amount", "5"}, "pay ID: wants an id"},
         {{"charge", "rsv_0003", "itm_breakfast:0"}, "charge ITEM: wants ITEM or ITEM:QTY"},
-        {{"charge", "rsv_0003", "itm_breakfast:two"}, "charge ITEM: wants ITEM or ITEM:QTY"},
-        {{"charge", "rsv_0003", "itm/x:2"}, "charge ITEM: wants ITEM or ITEM:QTY"},
         {create(" ", "ven_fernhill", "Moorhen"), "create --confirmation: wants text"},
         {create("FHL-20931", "ven/x", "Moorhen"), "create --venue: wants an id"},
         {create("FHL-20931", "ven_fernhill", "Moor\rhen"), "create --last-name: wants text"},
         {demo({"--card", "c#1"}), "demo --card: wants an id"},
         {demo({"--card", "c1", "--item", "itm_breakfast:0"}), "demo --item: wants ITEM or ITEM:QTY"},
         {{"--timeout", "0", "fetch", "rsv_0003"}, "--timeout: wants a number of seconds from 0.001 to 86400"},
-        {{"--timeout", "abc", "fetch", "rsv_0003"}, "--timeout: wants"},
-        {{"--timeout", "1e309", "fetch", "rsv_0003"}, "--timeout: wants"},
         {{"--json", "--verbose=abc", "fetch", "rsv_0003"}, "--verbose: wants"},
         {{"--base-url", hostAndPort, "fetch", "rsv_0003"}, "--base-url: wants an http or https URL with a host"},
-        {{"--base-url", "ftp://" + hostAndPort, "fetch", "rsv_0003"}, "--base-url: wants"},
-        {{"--base-url", "http:///" + hostAndPort, "fetch", "rsv_0003"}, "--base-url: wants"},
         {{"--base-url", "http://user:secret@/", "fetch", "rsv_0003"}, "--base-url: wants"},
         {{"nonsense"}, "'nonsense' is not a subcommand; the subcommands are create, fetch"},
         {{"sandbox", "nonsense"}, "sandbox: 'nonsense' is not a subcommand"},

@@ -58,13 +58,14 @@ TEST(MainQueue, RunUntilWakesForATaskPostedLaterFromAnotherThread) {
     poster.join();
 }
 
-TEST(MainQueue, TasksQueuedByTasksRunInTheSameDrain) {
+TEST(MainQueue, ADrainGoesOnPastAThrowingTaskAndRunsTasksQueuedByTasks) {
     int order = 0, first = 0, second = 0;
+    VLMSDKMainQueue::async([] { throw 42; });
     VLMSDKMainQueue::async([&] {
         first = ++order;
         VLMSDKMainQueue::async([&] { second = ++order; });
     });
-    EXPECT_EQ(VLMSDKMainQueue::drain(), 2u);
+    EXPECT_EQ(VLMSDKMainQueue::drain(), 3u);
     EXPECT_EQ(first, 1);
     EXPECT_EQ(second, 2);
 }
@@ -79,12 +80,4 @@ TEST(MainQueue, AnInstalledExecutorReceivesTasksInsteadOfTheQueue) {
     ASSERT_EQ(handedOver.size(), 1u);
     handedOver[0]();
     EXPECT_EQ(runs, 1);
-}
-
-TEST(MainQueue, AThrowingTaskDoesNotStopTheOthers) {
-    int after = 0;
-    VLMSDKMainQueue::async([] { throw 42; });
-    VLMSDKMainQueue::async([&] { ++after; });
-    EXPECT_EQ(VLMSDKMainQueue::drain(), 2u);
-    EXPECT_EQ(after, 1);
 }

@@ -67,16 +67,6 @@ TEST(CreateReservationRequest, ValidatesPresenceInItsFixedOrder) {
     EXPECT_TRUE(file.ends_with("Public/API/Requests/VLMSDKCreateReservationRequestInfo.cpp")) << file;
 }
 
-TEST(CreateReservationRequest, BodyHoldsExactlyTheThreeKeysOfTheReservationKeyTable) {
-    EXPECT_EQ(create("Moreau", "venue-1", "C-1").JSONRepresentation(),
-              (VLMSDKJSON{{VLMSDKReservationJSONKeyes.lastName, "Moreau"},
-                          {VLMSDKReservationJSONKeyes.confirmationID, "C-1"},
-                          {VLMSDKReservationJSONKeyes.venueID, "venue-1"}}));
-    EXPECT_EQ(create("Moreau", "venue-1", "C-1").JSONRepresentation(),
-              (VLMSDKJSON{{"last_name", "Moreau"}, {"confirmation_id", "C-1"}, {"venue_id", "venue-1"}}));
-    EXPECT_EQ(create({}, "venue-1", {}).JSONRepresentation(), (VLMSDKJSON{{"venue_id", "venue-1"}}));
-}
-
 TEST(CreateReservationRequest, EqualityAndHashFollowTheThreeStrings) {
     const auto a = create("Moreau", "venue-1", "C-1");
     EXPECT_TRUE(a.isEqual(&a));
@@ -108,10 +98,8 @@ TEST(PayForReservationRequest, ValidatesCardReservationAmountAndCurrencyInThatOr
         {"empty reservation", pay("card", "", 10, "USD"), "reservationID"},
         {"absent amount", pay("card", "r", {}, "USD"), "amount"},
         {"zero amount", pay("card", "r", 0, "USD"), "amount"},
-        {"amount below epsilon", pay("card", "r", 1e-17, "USD"), "amount"},
         {"amount just below epsilon", pay("card", "r", eps / 2, "USD"), "amount"},
         {"amount of epsilon", pay("card", "r", eps, "USD"), ""},
-        {"small amount", pay("card", "r", 1e-15, "USD"), ""},
         {"amount before currency", pay("card", "r", 0, ""), "amount"},
         {"empty currency", pay("card", "r", 0.01, ""), "currencyCode"},
         {"negative amount", pay("card", "r", -5, "USD"), ""},
@@ -125,9 +113,9 @@ TEST(PayForReservationRequest, ValidatesCardReservationAmountAndCurrencyInThatOr
     }
 }
 
-TEST(PayForReservationRequest, BodyCarriesCardAmountAndCurrencyButNeverTheReservation) {
-    EXPECT_EQ(pay("card-7", "res-1", 120.55, "EUR").JSONRepresentation(),
-              (VLMSDKJSON{{"credit_card_id", "card-7"}, {"amount", 120.55}, {"currency", "EUR"}}));
+// The operations' tests check each whole body as sent; here, what absent values leave out.
+TEST(RequestBodies, LeaveAbsentValuesOutAndNeverCarryTheReservation) {
+    EXPECT_EQ(create({}, "venue-1", {}).JSONRepresentation(), (VLMSDKJSON{{"venue_id", "venue-1"}}));
     EXPECT_EQ(pay({}, "res-1", {}, {}).JSONRepresentation(), VLMSDKJSON::object());
     const auto body = pay("c", "r", 0.1 + 0.2, "USD").JSONRepresentation();
     EXPECT_EQ(body["amount"].get<double>(), 0.1 + 0.2);  // sent with the precision it holds
