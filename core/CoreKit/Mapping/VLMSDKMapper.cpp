@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <charconv>
 #include <exception>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -163,10 +164,7 @@ public:
         const auto& byKey = mapping.entriesByKey();
         // One pass over the members finds every entry's value (a repeated key keeps its last); the entries
         // are then taken in the mapping's order, as for the JSON value.
-        struct Slot {
-            Element value;
-            bool found = false;
-        };
+        using Slot = std::optional<Element>;  // empty until its key is met: nothing to construct up front
         constexpr std::size_t kInPlace = 32;
         Slot inPlace[kInPlace];
         std::vector<Slot> spilled;
@@ -180,12 +178,12 @@ public:
             auto at = std::lower_bound(byKey.begin(), byKey.end(), member.key, [&](std::size_t index, std::string_view key) {
                 return vlmsdk::detail::shorterOrBefore(entries[index].jsonKey, key);
             });
-            for (; at != byKey.end() && entries[*at].jsonKey == member.key; ++at) slots[*at] = Slot{member.value, true};
+            for (; at != byKey.end() && entries[*at].jsonKey == member.key; ++at) slots[*at] = member.value;
         }
         for (std::size_t index = 0; index < entries.size(); ++index) {
             const Slot& slot = slots[index];
-            if (!slot.found || slot.value.type() == Type::NULL_VALUE) continue;
-            if (!visit(entries[index], ParsedNode(slot.value))) return false;
+            if (!slot || slot->type() == Type::NULL_VALUE) continue;
+            if (!visit(entries[index], ParsedNode(*slot))) return false;
         }
         return true;
     }
