@@ -194,6 +194,7 @@ TEST_F(RequestFrame, ManyConcurrentCallersEachGetExactlyOneDelivery) {
     for (auto& r : repliers) r.join();
     EXPECT_TRUE(VLMSDKMainQueue::runUntil([&] { return deliveries.size() == threads * perThread; }, 10s));
     EXPECT_EQ(deliveries.size(), static_cast<std::size_t>(threads * perThread));
+    for (const auto& d : deliveries) EXPECT_TRUE(d.onMainThread && d.success);
 }
 
 TEST_F(RequestFrame, ACancelBeforeDeliveryTurnsTheOutcomeIntoTheCancelledErrorAndAfterItChangesNothing) {
