@@ -19,14 +19,8 @@ TEST(EndToEndRetryTest, LostRepliesOfKeyedPaymentsAndChargesArePostedOnceAndUnke
     for (const bool keys : {true, false}) {
         SCOPED_TRACE(keys ? "idempotency keys on" : "idempotency keys off");
         auto sandbox = startSandbox();
-        VLMSDKHTTPRequestManagerOptions options;
-        options.maximumLiveTransfers = 1;
-        options.retry = {kDrops + 2, 1ms, 20ms, keys};
-        auto transport = std::make_shared<VLMSDKHTTPRequestManager>(options);
-        auto builder = std::make_shared<VLMSDKRequestBuilder>(sandbox->baseUrl());
-        builder->setAccessToken(kSandboxToken);
-        const VLMSDKAPIManager api(builder, transport);
-
+        Client client(sandbox->baseUrl(), kSandboxToken, VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
+                      {kDrops + 2, 1ms, 20ms, keys});
         const auto postings = [](const VLMSDKAPIManager& through) {
             DeliveryLog log;
             folio("rsv_0003")(through, log);
@@ -34,18 +28,17 @@ TEST(EndToEndRetryTest, LostRepliesOfKeyedPaymentsAndChargesArePostedOnceAndUnke
             const auto record = log.record<VLMSDKFolio>();
             return record ? record->deliverables().size() : 0u;
         };
-        const std::size_t before = postings(api);
+        const std::size_t before = postings(client.api());
         sandbox->clearRequests();
         // The service acts on each of these requests, then drops the connection before replying.
         sandbox->addFault(Fault::dropReply().matching("POST", pay3).times(kDrops));
         sandbox->addFault(Fault::dropReply().matching("POST", charge3).times(kDrops));
         DeliveryLog log;
-        pay("rsv_0003", 10, "USD", "card_cassia_visa_0077")(api, log);
+        pay("rsv_0003", 10, "USD", "card_cassia_visa_0077")(client.api(), log);
         ASSERT_TRUE(log.waitFor(1));
-        charge("rsv_0003", {{"itm_sparkling_water", 1}})(api, log);
+        charge("rsv_0003", {{"itm_sparkling_water", 1}})(client.api(), log);
         ASSERT_TRUE(log.waitFor(2));
-        transport->shutdown();
-        VLMSDKMainQueue::drain();
+        client.settle();
         ASSERT_EQ(log.count(), 2u);  // one completion per operation, whatever the attempts
 
         const std::size_t attempts = keys ? kDrops + 1 : 1;
@@ -57,6 +50,6 @@ TEST(EndToEndRetryTest, LostRepliesOfKeyedPaymentsAndChargesArePostedOnceAndUnke
             EXPECT_EQ(log.at(0).error->code(), VLMErrorCode::Transport);
         }
         // One payment line and one charge line, however many attempts: no double posting.
-        EXPECT_EQ(postings(VLMSDKAPIManager(builder, std::make_shared<VLMSDKHTTPRequestManager>())), before + 2);
+        EXPECT_EQ(postings(Client(sandbox->baseUrl(), kSandboxToken).api()), before + 2);
     }
 }

@@ -69,7 +69,8 @@ private:
 class Client {
 public:
     Client(const std::string& baseURL, std::optional<std::string> token,
-           VLMSDKHTTPRequestManagerOptions::Mode mode = VLMSDKHTTPRequestManagerOptions::Mode::Automatic);
+           VLMSDKHTTPRequestManagerOptions::Mode mode = VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
+           VLMSDKRetryPolicy retry = {});
     ~Client();
 
     const VLMSDKAPIManager& api() const { return api_; }

@@ -42,49 +42,44 @@ public:
 };
 [[maybe_unused]] ::testing::Environment* const kQuietConsole = ::testing::AddGlobalTestEnvironment(new QuietConsole);
 
-/// Fetches of reservation "rsv_1" through one API manager on the HTTP transport, and what they delivered.
-class Fetches {
-public:
-    struct Delivery {
-        std::shared_ptr<VLMSDKReservation> reservation;
-        VLMErrorPtr error;
-        bool onMainThread = false;
-    };
-
-    Fetches(const std::string& baseURL, const VLMSDKHTTPRequestManagerOptions& options)
-        : manager_(std::make_shared<VLMSDKHTTPRequestManager>(options)),
-          api_(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager_) {}
-    ~Fetches() { settle(); }
-
-    void start(std::size_t count) {
-        for (std::size_t i = 0; i < count; ++i) {
-            fetchReservationWithID(api_, "rsv_1", [this](std::shared_ptr<VLMSDKReservation> reservation, VLMErrorPtr error) {
-                std::lock_guard lock(mutex_);
-                deliveries_.push_back({std::move(reservation), std::move(error), VLMSDKMainQueue::isMainThread()});
-            });
-        }
-    }
-    /// Pumps the main queue until `count` deliveries came (a generous limit only guards against a hang).
-    bool waitFor(std::size_t count) {
-        return VLMSDKMainQueue::runUntil([&] { return deliveries().size() >= count; }, 60s);
-    }
-    /// Shuts the transport down and runs what it left on the main queue: every delivery has been made then.
-    void settle() {
-        manager_->shutdown();
-        VLMSDKMainQueue::drain();
-    }
-    std::vector<Delivery> deliveries() const {
-        std::lock_guard lock(mutex_);
-        return deliveries_;
-    }
-    const VLMSDKHTTPRequestManager& manager() const { return *manager_; }
-
-private:
-    std::shared_ptr<VLMSDKHTTPRequestManager> manager_;
-    VLMSDKAPIManager api_;
-    mutable std::mutex mutex_;
-    std::vector<Delivery> deliveries_;
+struct Delivery {
+    std::shared_ptr<VLMSDKReservation> reservation;
+    VLMErrorPtr error;
+    bool onMainThread = false;
 };
+
+struct Fetched {
+    std::vector<Delivery> deliveries;
+    std::size_t connectionsOpened = 0;
+};
+
+/// Fetches reservation "rsv_1" `count` times at once through one API manager on the HTTP transport, then shuts
+/// the transport down and runs what it left on the main queue: every delivery has been made then.
+Fetched fetchAll(const std::string& baseURL, const VLMSDKHTTPRequestManagerOptions& options, std::size_t count) {
+    const auto manager = std::make_shared<VLMSDKHTTPRequestManager>(options);
+    const VLMSDKAPIManager api(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager);
+    // Shared with the completions, so that a stray late one could not outlive it.
+    const auto mutex = std::make_shared<std::mutex>();
+    const auto fetched = std::make_shared<Fetched>();
+    for (std::size_t i = 0; i < count; ++i) {
+        fetchReservationWithID(api, "rsv_1", [=](std::shared_ptr<VLMSDKReservation> reservation, VLMErrorPtr error) {
+            std::lock_guard lock(*mutex);
+            fetched->deliveries.push_back({std::move(reservation), std::move(error), VLMSDKMainQueue::isMainThread()});
+        });
+    }
+    // A generous limit only guards against a hang.
+    EXPECT_TRUE(VLMSDKMainQueue::runUntil(
+        [&] {
+            std::lock_guard lock(*mutex);
+            return fetched->deliveries.size() >= count;
+        },
+        60s));
+    manager->shutdown();
+    VLMSDKMainQueue::drain();
+    std::lock_guard lock(*mutex);
+    fetched->connectionsOpened = manager->connectionsOpened();
+    return *fetched;
+}
 
 std::string lowered(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -128,78 +123,6 @@ private:
     std::uint16_t port_ = 0;
     std::vector<int> fillers_;
 };
-
-using Mode = VLMSDKHTTPRequestManagerOptions::Mode;
-
-/// Each test runs with the main thread driving the transfers and with a network thread.
-class TransportFaults : public ::testing::TestWithParam<Mode> {
-protected:
-    VLMSDKHTTPRequestManagerOptions quick() const {
-        VLMSDKHTTPRequestManagerOptions options;
-        options.mode = GetParam();
-        options.connectTimeout = 2s;
-        options.requestTimeout = 20s;
-        return options;
-    }
-};
-
-TEST_P(TransportFaults, EachFaultEndsInOneCompletionOnTheMainThreadNamingItsCause) {
-    const auto& certificates = TestCertificates::shared();
-    auto serve = [](httplib::Server& server) {
-        server.Get("/guest/reservations/rsv_1",
-                   [](const httplib::Request&, httplib::Response& response) { response.set_content(kReply, "application/json"); });
-    };
-    const TestHTTPServer trusted(serve, TestHTTPServer::TLSFiles(certificates.loopbackCert, certificates.serverKey));
-    const TestHTTPServer misnamed(serve, TestHTTPServer::TLSFiles(certificates.otherHostCert, certificates.serverKey));
-    const FullListener full;
-    int closedPort = 0;
-    { closedPort = TestHTTPServer([](httplib::Server&) {}).port(); }
-
-    auto withCA = [&](VLMSDKHTTPRequestManagerOptions& options) { options.caFile = certificates.caFile; };
-    struct Row {
-        const char* name;
-        std::string baseURL;
-        std::function<void(VLMSDKHTTPRequestManagerOptions&)> configure;
-        std::optional<VLMErrorCode> error;  // none: the reservation arrives
-        std::vector<std::string> causes;    // one of them, in lower case, is in the message
-    };
-    const std::vector<Row> rows = {
-        {"a name that does not resolve", "http://no-such-host.invalid/", {}, VLMErrorCode::Transport,
-         {"resolve", "resolving"}},
-        {"a connect that never completes", "http://127.0.0.1:" + std::to_string(full.port()) + "/",
-         [](auto& options) { options.connectTimeout = 300ms; }, VLMErrorCode::Timeout, {"connect", "timed out"}},
-        {"a refused connection", "http://127.0.0.1:" + std::to_string(closedPort) + "/", {}, VLMErrorCode::Transport,
-         {"couldn't connect", "connection refused"}},
-        {"a certificate from an authority the system does not trust", trusted.url("/"), {}, VLMErrorCode::Transport,
-         {"certificate"}},
-        {"the same with its authority as the CA file", trusted.url("/"), withCA, std::nullopt, {}},
-        {"a certificate for another host name", misnamed.url("/"), withCA, VLMErrorCode::Transport,
-         {"subject name", "host name"}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        auto options = quick();
-        if (row.configure) row.configure(options);
-        Fetches fetches(row.baseURL, options);
-        fetches.start(1);
-        ASSERT_TRUE(fetches.waitFor(1));
-        fetches.settle();
-        const auto deliveries = fetches.deliveries();
-        ASSERT_EQ(deliveries.size(), 1u);
-        EXPECT_TRUE(deliveries[0].onMainThread);
-        if (!row.error) {
-            ASSERT_NE(deliveries[0].reservation, nullptr) << deliveries[0].error->description();
-            EXPECT_EQ(deliveries[0].reservation->velmoraID(), "rsv_1");
-            continue;
-        }
-        ASSERT_NE(deliveries[0].error, nullptr);
-        EXPECT_EQ(deliveries[0].error->code(), *row.error) << deliveries[0].error->description();
-        const std::string message = lowered(deliveries[0].error->developerMessage());
-        EXPECT_TRUE(std::any_of(row.causes.begin(), row.causes.end(),
-                                [&](const std::string& cause) { return message.find(cause) != std::string::npos; }))
-            << message;
-    }
-}
 
 /// nghttpd over TLS on 127.0.0.1, serving files from a temporary directory.
 class HTTP2Server {
@@ -258,22 +181,80 @@ private:
     std::unique_ptr<ChildProcess> process_;
 };
 
-TEST_P(TransportFaults, OverHTTP2EightRequestsInFlightShareOneConnection) {
-    const HTTP2Server server(std::map<std::string, std::string>{{"guest/reservations/rsv_1", kReply}});
-    auto options = quick();
-    options.caFile = TestCertificates::shared().caFile;
-    Fetches fetches(server.url("/"), options);
-    fetches.start(8);
-    ASSERT_TRUE(fetches.waitFor(8));
-    fetches.settle();
-    const auto deliveries = fetches.deliveries();
-    ASSERT_EQ(deliveries.size(), 8u);
-    for (const auto& delivery : deliveries) {
-        EXPECT_TRUE(delivery.onMainThread);
-        ASSERT_NE(delivery.reservation, nullptr) << delivery.error->description();
-        EXPECT_EQ(delivery.reservation->velmoraID(), "rsv_1");
+using Mode = VLMSDKHTTPRequestManagerOptions::Mode;
+
+/// Each test runs with the main thread driving the transfers and with a network thread.
+class TransportFaults : public ::testing::TestWithParam<Mode> {
+protected:
+    VLMSDKHTTPRequestManagerOptions quick() const {
+        VLMSDKHTTPRequestManagerOptions options;
+        options.mode = GetParam();
+        options.connectTimeout = 2s;
+        options.requestTimeout = 20s;
+        return options;
     }
-    EXPECT_EQ(fetches.manager().connectionsOpened(), 1u);
+};
+
+TEST_P(TransportFaults, EachFetchEndsInOneCompletionPerRequestOnTheMainThreadWithItsRecordOrCause) {
+    const auto& certificates = TestCertificates::shared();
+    auto serve = [](httplib::Server& server) {
+        server.Get("/guest/reservations/rsv_1",
+                   [](const httplib::Request&, httplib::Response& response) { response.set_content(kReply, "application/json"); });
+    };
+    const TestHTTPServer trusted(serve, TestHTTPServer::TLSFiles(certificates.loopbackCert, certificates.serverKey));
+    const TestHTTPServer misnamed(serve, TestHTTPServer::TLSFiles(certificates.otherHostCert, certificates.serverKey));
+    const HTTP2Server http2(std::map<std::string, std::string>{{"guest/reservations/rsv_1", kReply}});
+    const FullListener full;
+    int closedPort = 0;
+    { closedPort = TestHTTPServer([](httplib::Server&) {}).port(); }
+
+    auto withCA = [&](VLMSDKHTTPRequestManagerOptions& options) { options.caFile = certificates.caFile; };
+    struct Row {
+        const char* name;
+        std::string baseURL;
+        std::function<void(VLMSDKHTTPRequestManagerOptions&)> configure;
+        std::optional<VLMErrorCode> error;  // none: the reservation arrives
+        std::vector<std::string> causes;    // one of them, in lower case, is in the message
+        std::size_t requests = 1;           // sent at once; when they succeed, over one connection
+    };
+    const std::vector<Row> rows = {
+        {"a name that does not resolve", "http://no-such-host.invalid/", {}, VLMErrorCode::Transport,
+         {"resolve", "resolving"}},
+        {"a connect that never completes", "http://127.0.0.1:" + std::to_string(full.port()) + "/",
+         [](auto& options) { options.connectTimeout = 300ms; }, VLMErrorCode::Timeout, {"connect", "timed out"}},
+        {"a refused connection", "http://127.0.0.1:" + std::to_string(closedPort) + "/", {}, VLMErrorCode::Transport,
+         {"couldn't connect", "connection refused"}},
+        {"a certificate from an authority the system does not trust", trusted.url("/"), {}, VLMErrorCode::Transport,
+         {"certificate"}},
+        {"the same with its authority as the CA file", trusted.url("/"), withCA, std::nullopt, {}},
+        {"a certificate for another host name", misnamed.url("/"), withCA, VLMErrorCode::Transport,
+         {"subject name", "host name"}},
+        {"eight requests in flight over HTTP/2", http2.url("/"), withCA, std::nullopt, {}, 8},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto options = quick();
+        if (row.configure) row.configure(options);
+        const Fetched fetched = fetchAll(row.baseURL, options, row.requests);
+        ASSERT_EQ(fetched.deliveries.size(), row.requests);
+        for (const Delivery& delivery : fetched.deliveries) {
+            EXPECT_TRUE(delivery.onMainThread);
+            if (!row.error) {
+                ASSERT_NE(delivery.reservation, nullptr) << delivery.error->description();
+                EXPECT_EQ(delivery.reservation->velmoraID(), "rsv_1");
+                continue;
+            }
+            ASSERT_NE(delivery.error, nullptr);
+            EXPECT_EQ(delivery.error->code(), *row.error) << delivery.error->description();
+            const std::string message = lowered(delivery.error->developerMessage());
+            EXPECT_TRUE(std::any_of(row.causes.begin(), row.causes.end(),
+                                    [&](const std::string& cause) { return message.find(cause) != std::string::npos; }))
+                << message;
+        }
+        if (!row.error) {
+            EXPECT_EQ(fetched.connectionsOpened, 1u);
+        }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, TransportFaults, ::testing::Values(Mode::Pumped, Mode::Threaded),
