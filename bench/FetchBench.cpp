@@ -8,6 +8,7 @@
 #include "BenchSupport.h"
 #include "FetchDriver.h"
 #include "LoopbackServer.h"
+#include "SocketRequestManager.h"
 #if VLMSDK_BENCH_HAVE_CPPREST
 #include "GeneratedStyleClient.h"
 #endif
@@ -272,9 +273,9 @@ private:
 class KitDriver final : public Driver {
 public:
     KitDriver(const std::string& baseURL, VLMSDKHTTPRequestManagerOptions::Mode mode, const char* label)
-        : manager_(std::make_shared<VLMSDKHTTPRequestManager>(optionsWith(mode))),
-          api_(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager_),
-          label_(label) {}
+        : KitDriver(baseURL, std::make_shared<VLMSDKHTTPRequestManager>(optionsWith(mode)), label) {}
+    KitDriver(const std::string& baseURL, std::shared_ptr<VLMSDKRequestManager> manager, const char* label)
+        : manager_(std::move(manager)), api_(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager_), label_(label) {}
 
     const char* name() const override { return label_; }
 
@@ -285,8 +286,6 @@ public:
         for (std::size_t i = 0; i < inFlight && budget.another(); ++i) issue();
         VLMSDKMainQueue::runUntil([this] { return active_ == 0; }, std::chrono::minutes(10));
     }
-
-    std::size_t connectionsOpened() const { return manager_->connectionsOpened(); }
 
 private:
     void issue() {
@@ -306,7 +305,7 @@ private:
         return options;
     }
 
-    std::shared_ptr<VLMSDKHTTPRequestManager> manager_;
+    std::shared_ptr<VLMSDKRequestManager> manager_;
     VLMSDKAPIManager api_;
     const char* label_;
     const std::optional<std::string> id_ = std::string(kReservationID);
@@ -456,11 +455,11 @@ struct Settings {
 
 // Every client, in the order a run takes them. (q) runs in a process of its own: cpprestsdk's pool is
 // sized once per process, and (p) sets it to two threads.
-constexpr std::string_view kLetters = "abctmhpq";
+constexpr std::string_view kLetters = "abcstmhpq";
 #if VLMSDK_BENCH_HAVE_CPPREST
-constexpr const char* kDefaultClients = "abctmhpq";
+constexpr const char* kDefaultClients = "abcstmhpq";
 #else
-constexpr const char* kDefaultClients = "abctmh";
+constexpr const char* kDefaultClients = "abcstmh";
 #endif
 
 Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settings, const LoopbackServer& server) {
@@ -607,10 +606,11 @@ nlohmann::json figuresJSON(const Figures& f) {
 
 constexpr const char* kUsage =
     "usage: vlmsdk-bench-fetch [--runs N] [--duration SECONDS | --requests N] [--warmup SECONDS]\n"
-    "                          [--in-flight 1,8] [--clients abctmhpq] [--json FILE]\n"
+    "                          [--in-flight 1,8] [--clients abcstmhpq] [--json FILE]\n"
     "  Fetches one reservation from a loopback server with: (a) raw libcurl multi, (b) libcurl + nlohmann::json\n"
     "  + a hand-written mapping, (c) the kit's fetchReservationWithID in its default mode (transfers driven\n"
-    "  where the main queue is pumped), (t) the same with the request manager's network thread, (m) the\n"
+    "  where the main queue is pumped), (s) the same over a hand-written HTTP/1.1 prototype instead of\n"
+    "  libcurl, (t) the same with the request manager's network thread, (m) the\n"
     "  request manager without the kit's frame, (h) two thread hand-offs without HTTP, (p) a generated-style\n"
     "  cpprestsdk client with a 2-thread pool and (q) the same with cpprestsdk's default pool (in a process of\n"
     "  its own; p and q only when built with cpprestsdk). Prints medians over the runs and the ratios c/a, c/b,\n"
@@ -682,6 +682,12 @@ int main(int argc, char** argv) {
         drivers['c'] = std::make_unique<KitDriver>(server->baseURL(), VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
                                                    "(c) kit, default mode");
     }
+    std::shared_ptr<VLMSDKRequestManager> socketManager;
+    if (wants('s')) {
+        socketManager = makeSocketRequestManager();
+        drivers['s'] = std::make_unique<KitDriver>(server->baseURL(), socketManager,
+                                                   "(s) kit, hand-written HTTP/1.1");
+    }
     if (wants('t')) {
         drivers['t'] = std::make_unique<KitDriver>(server->baseURL(), VLMSDKHTTPRequestManagerOptions::Mode::Threaded,
                                                    "(t) kit, network thread");
@@ -743,18 +749,20 @@ int main(int argc, char** argv) {
             std::printf("  client CPU per op: kit frame (c-m) %+.1f us, manager (m-b) %+.1f us\n", median(frame),
                         median(manager));
         }
-        for (const char base : {'a', 'b', 'p', 'q'}) {
-            if (!has('c') || !has(base)) continue;
-            const auto& top = table[f]['c'];
+        // The kit against each other client; then the prototype transport (s) against the kit and against (b).
+        constexpr std::pair<char, char> kRatios[] = {{'c', 'a'}, {'c', 'b'}, {'c', 'p'}, {'c', 'q'}, {'s', 'c'}, {'s', 'b'}};
+        for (const auto& [kit, base] : kRatios) {
+            if (!has(kit) || !has(base)) continue;
+            const auto& top = table[f][kit];
             const auto& bottom = table[f][base];
             const double throughput = ratioOf(top, bottom, &Figures::perSecond);
             const double p50 = ratioOf(top, bottom, &Figures::p50);
             const double p99 = ratioOf(top, bottom, &Figures::p99);
             const double cpu = ratioOf(top, bottom, &Figures::cpu);
             const double allocations = ratioOf(top, bottom, &Figures::allocations);
-            std::printf("  c/%c: throughput %.2f  p50 %.2f  p99 %.2f  client CPU %.2f  allocations %.2f\n", base,
+            std::printf("  %c/%c: throughput %.2f  p50 %.2f  p99 %.2f  client CPU %.2f  allocations %.2f\n", kit, base,
                         throughput, p50, p99, cpu, allocations);
-            entry["ratios"][std::string("c/") + base] = {{"throughput", throughput}, {"p50", p50}, {"p99", p99},
+            entry["ratios"][std::string{kit, '/', base}] = {{"throughput", throughput}, {"p50", p50}, {"p99", p99},
                                                           {"cpu", cpu}, {"allocations", allocations}};
         }
         report["results"].push_back(std::move(entry));
@@ -764,6 +772,7 @@ int main(int argc, char** argv) {
     std::printf("server: %" PRIu64 " requests answered on %" PRIu64 " connection(s)\n", server->requestsAnswered(),
                 server->connectionsAccepted());
     if (failures > 0) std::printf("WARNING: requests failed or returned an unexpected reply\n");
+    if (socketManager) closeSocketRequestManager(socketManager);
     const bool written = writeReport(settings.json, report);
     return failures > 0 || childFailed || !written ? 1 : 0;
 }

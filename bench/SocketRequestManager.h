@@ -1,0 +1,20 @@
+#pragma once
+
+// Client (s)'s request manager: a prototype that answers what the kit costs per fetch without libcurl. It
+// speaks HTTP/1.1 over non-blocking sockets kept alive, driven by the main thread as it pumps
+// VLMSDKMainQueue, and reads replies with the core's own reader; the kit's frame, validation and mapping
+// above it are the production ones. Plain http to a numeric IPv4 address, replies with Content-Length:
+// enough for the loopback server, not a transport (no timeouts, redirects, TLS, retries or size cap).
+// Main thread only.
+
+#include <VLMSDKCoreKit/VLMSDKRequestManager.h>
+
+#include <memory>
+
+namespace vlmsdk::bench {
+
+/// A manager attached to the main queue; `close` detaches it and closes its connections.
+std::shared_ptr<VLMSDKRequestManager> makeSocketRequestManager();
+void closeSocketRequestManager(const std::shared_ptr<VLMSDKRequestManager>& manager);
+
+}  // namespace vlmsdk::bench
