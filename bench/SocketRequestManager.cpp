@@ -9,30 +9,29 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <deque>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "JSON/VLMSDKJSONReader.h"
+#include "Transport/VLMSDKHTTP1ReplyParser.h"
 #include "VLMSDKMainQueueSource.h"
 
 namespace vlmsdk::bench {
 namespace {
 
 using vlmsdk::detail::VLMSDKJSONReader;
+using Parser = vlmsdk::detail::VLMSDKHTTP1ReplyParser;
 
 VLMErrorPtr transportError(std::string message) {
     return VLMError::errorWithCode(VLMErrorCode::Transport, kVLMSDKNetworkErrorDomain, std::move(message), __func__,
                                    __FILE__);
-}
-
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return (x | 0x20) == (y | 0x20); });
 }
 
 // "http://127.0.0.1:8080/a/b" -> address, port, host header, target.
@@ -71,7 +70,7 @@ struct Connection {
     bool busy = false;
     std::string out;
     std::size_t sent = 0;
-    std::string in;
+    std::optional<Parser> parser;
     Exchange exchange;
 };
 
@@ -160,7 +159,7 @@ private:
             out.append("\r\n");
         }
         connection.sent = 0;
-        connection.in.clear();
+        connection.parser.emplace(Parser::Limits(), request.method() == "HEAD");
         connection.busy = true;
         connection.exchange = std::move(exchange);
         sendSome(connection);
@@ -184,66 +183,43 @@ private:
     }
 
     void receive(Connection& connection) {
-        std::string& in = connection.in;
         for (;;) {
-            const std::size_t had = in.size();
-            in.resize(std::max<std::size_t>(had + 16384, in.capacity()));
-            const ssize_t n = ::recv(connection.fd, in.data() + had, in.size() - had, 0);
-            in.resize(had + static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
-            if (n > 0) {
-                if (tryComplete(connection)) return;
-                continue;
-            }
+            const ssize_t n = ::recv(connection.fd, buffer_.data(), buffer_.size(), 0);
             if (n < 0 && errno == EINTR) continue;
             if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
-            fail(connection, std::move(connection.exchange),
-                 n == 0 ? "The server closed the connection." : std::strerror(errno));
-            return;
+            if (n < 0) {
+                fail(connection, std::move(connection.exchange), std::strerror(errno));
+                return;
+            }
+            auto& parser = *connection.parser;
+            if (n == 0) {
+                parser.finish();
+            } else {
+                parser.feed(std::string_view(buffer_.data(), static_cast<std::size_t>(n)));
+            }
+            if (parser.state() == Parser::State::Failed) {
+                fail(connection, std::move(connection.exchange), parser.failureReason().c_str());
+                return;
+            }
+            if (parser.state() == Parser::State::Complete) {
+                complete(connection);
+                return;
+            }
+            if (n == 0) return;
         }
     }
 
-    // Completes the exchange once the whole reply is in; false while more is to come.
-    bool tryComplete(Connection& connection) {
-        const std::string_view in = connection.in;
-        const auto headerEnd = in.find("\r\n\r\n");
-        if (headerEnd == std::string_view::npos) return false;
-        const auto statusEnd = in.find("\r\n");
-        long status = 0;
-        if (statusEnd < 12 || std::from_chars(in.data() + 9, in.data() + 12, status).ec != std::errc()) {
-            fail(connection, std::move(connection.exchange), "The reply's status line is not HTTP/1.1.");
-            return true;
-        }
-        VLMSDKURLResponse::Headers headers;
-        std::size_t contentLength = 0;
-        bool keepAlive = true;
-        for (std::size_t at = statusEnd + 2; at < headerEnd;) {
-            const auto end = in.find("\r\n", at);
-            const std::string_view line = in.substr(at, end - at);
-            at = end + 2;
-            const auto colon = line.find(':');
-            if (colon == std::string_view::npos) continue;
-            std::string_view value = line.substr(colon + 1);
-            while (!value.empty() && value.front() == ' ') value.remove_prefix(1);
-            const std::string_view name = line.substr(0, colon);
-            if (equalsIgnoringCase(name, "Content-Length")) std::from_chars(value.begin(), value.end(), contentLength);
-            if (equalsIgnoringCase(name, "Connection") && equalsIgnoringCase(value, "close")) keepAlive = false;
-            headers.emplace_back(name, value);
-        }
-        const std::size_t bodyStart = headerEnd + 4;
-        if (in.size() - bodyStart < contentLength) return false;
-
-        std::string body;
-        body.reserve(contentLength + VLMSDKJSONReader::kSpareCapacity);
-        body.assign(in.substr(bodyStart, contentLength));
+    void complete(Connection& connection) {
+        Parser& parser = *connection.parser;
         Exchange exchange = std::move(connection.exchange);
         connection.busy = false;
-        connection.in.clear();
-        if (!keepAlive) closeConnection(connection);
-        auto response = std::make_shared<const VLMSDKURLResponse>(exchange.request->url(), status, std::move(headers));
+        if (!parser.keepAlive()) closeConnection(connection);
+        auto response =
+            std::make_shared<const VLMSDKURLResponse>(exchange.request->url(), parser.statusCode(), parser.headers());
         std::shared_ptr<const VLMSDKJSONReply> reply;
         VLMErrorPtr error;
-        if (!body.empty()) {
-            auto read = reader_.read(body);
+        if (!parser.body().empty()) {
+            auto read = reader_.read(parser.body());
             reply = std::move(read.reply);
             if (!reply) {
                 error = VLMError::errorWithCode(VLMErrorCode::InvalidResponse, kVLMSDKNetworkErrorDomain,
@@ -251,7 +227,6 @@ private:
             }
         }
         exchange.completion(std::move(reply), std::move(response), std::move(error));
-        return true;
     }
 
     void fail(Connection& connection, Exchange exchange, const char* why) {
@@ -267,6 +242,7 @@ private:
 
     std::vector<std::unique_ptr<Connection>> connections_;
     std::vector<Connection*> waitingOn_;  // prepareWait's descriptors, in order
+    std::array<char, 16384> buffer_;
     VLMSDKJSONReader reader_;
 };
 

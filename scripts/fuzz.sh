@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer harnesses of fuzz/ with clang 14 (AddressSanitizer + UBSan) in build-fuzz/ and runs
 # each one for SECONDS (default 60), starting from its seeds in fuzz/corpus/ plus what earlier runs found
-# (build-fuzz/corpus/), with the JSON dictionary. A finding stops the run: its input is left in
-# build-fuzz/findings/ and the script exits 1.
+# (build-fuzz/corpus/), with fuzz/HARNESS.dict or else the JSON dictionary. A finding stops the run: its
+# input is left in build-fuzz/findings/ and the script exits 1.
 #   scripts/fuzz.sh [SECONDS] [HARNESS...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 shift || true
 harnesses=("$@")
-[ ${#harnesses[@]} -gt 0 ] || harnesses=(archive mapping request_descriptions request_paths reply_path)
+[ ${#harnesses[@]} -gt 0 ] || harnesses=(archive mapping request_descriptions request_paths reply_path http1_reply)
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "fuzz: building the harnesses in build-fuzz/"
@@ -27,7 +27,9 @@ for harness in "${harnesses[@]}"; do
   corpus="build-fuzz/corpus/$harness"
   mkdir -p "$corpus"
   log="build-fuzz/$harness.log"
-  if ! "build-fuzz/fuzz/fuzz_$harness" -max_total_time="$seconds" -dict=fuzz/json.dict -print_final_stats=1 \
+  dict=fuzz/json.dict
+  [ -f "fuzz/$harness.dict" ] && dict="fuzz/$harness.dict"
+  if ! "build-fuzz/fuzz/fuzz_$harness" -max_total_time="$seconds" -dict="$dict" -print_final_stats=1 \
       -artifact_prefix="build-fuzz/findings/$harness-" "$corpus" "fuzz/corpus/$harness" >"$log" 2>&1; then
     tail -n 40 "$log" >&2
     echo "fuzz: $harness found a failure; its input is in build-fuzz/findings/" >&2
