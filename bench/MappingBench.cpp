@@ -149,10 +149,11 @@ int main(int argc, char** argv) {
         allMapped = read.reply && mapFolio(*read.reply, postings) && allMapped;
     };
     std::vector<std::vector<Sample>> samples(std::size(sizes));
-    const auto print = [](std::size_t postings, std::size_t bytes, const Sample& s) {
+    // `ratio`: read+map over nlohmann's parse; a run's own, or the median of the runs' ratios.
+    const auto print = [](std::size_t postings, std::size_t bytes, const Sample& s, double ratio) {
         std::printf("  %6zu postings (%9zu bytes): nlohmann parse %6.1f MB/s  kit read %6.1f MB/s  read+map %6.1f MB/s"
                     "  ratio %.2f  map alone %4.0f ns/posting (by hand %4.0f)  %.1f allocs/posting\n",
-                    postings, bytes, s.parse, s.read, s.readMap, s.readMap / s.parse, s.mapOnly, s.handOnly,
+                    postings, bytes, s.parse, s.read, s.readMap, ratio, s.mapOnly, s.handOnly,
                     s.allocationsPerPosting);
     };
     for (std::size_t run = 0; run < runs; ++run) {
@@ -184,7 +185,7 @@ int main(int argc, char** argv) {
             const Sample sample{megabytes / parse, megabytes / read, megabytes / readMap, perPosting(map),
                                 perPosting(hand), allocations / static_cast<double>(sizes[s])};
             samples[s].push_back(sample);
-            print(sizes[s], text.size(), sample);
+            print(sizes[s], text.size(), sample, sample.readMap / sample.parse);
         }
     }
 
@@ -203,7 +204,7 @@ int main(int argc, char** argv) {
         for (const auto& sample : samples[s]) ratios.push_back(sample.readMap / sample.parse);
         const Sample m{medianOf(&Sample::parse), medianOf(&Sample::read), medianOf(&Sample::readMap),
                        medianOf(&Sample::mapOnly), medianOf(&Sample::handOnly), medianOf(&Sample::allocationsPerPosting)};
-        print(sizes[s], replies[s].size(), m);
+        print(sizes[s], replies[s].size(), m, median(ratios));
         report["results"].push_back({{"postings", sizes[s]},
                                      {"reply_bytes", replies[s].size()},
                                      {"nlohmann_parse_mb_per_s", m.parse},
