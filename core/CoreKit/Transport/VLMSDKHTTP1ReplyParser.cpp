@@ -66,20 +66,18 @@ std::size_t VLMSDKHTTP1ReplyParser::feed(std::string_view bytes) {
             case Phase::Head:
                 used += readHead(rest);
                 break;
-            case Phase::Length: {
-                const auto take = static_cast<std::size_t>(std::min<std::uint64_t>(remaining_, rest.size()));
-                if (!appendBody(rest.substr(0, take))) return used;
-                used += take;
-                remaining_ -= take;
-                if (remaining_ == 0) complete();
-                break;
-            }
+            case Phase::Length:
             case Phase::ChunkData: {
                 const auto take = static_cast<std::size_t>(std::min<std::uint64_t>(remaining_, rest.size()));
                 if (!appendBody(rest.substr(0, take))) return used;
                 used += take;
                 remaining_ -= take;
-                if (remaining_ == 0) phase_ = Phase::ChunkDataEnd;
+                if (remaining_ > 0) break;
+                if (phase_ == Phase::Length) {
+                    complete();
+                } else {
+                    phase_ = Phase::ChunkDataEnd;
+                }
                 break;
             }
             case Phase::ChunkSize:
