@@ -1,10 +1,10 @@
 #pragma once
 
 // Client (s)'s request manager: a prototype that answers what the kit costs per fetch without libcurl. It
-// speaks HTTP/1.1 over non-blocking sockets kept alive, driven by the main thread as it pumps
-// VLMSDKMainQueue, and reads replies with the core's HTTP/1.1 reply parser and JSON reader; the kit's frame,
-// validation and mapping above it are the production ones. Plain http to a numeric IPv4 address: enough for
-// the loopback server, not yet a transport (no timeouts, retries, cancellation or size cap).
+// keeps the core's HTTP/1.1 connections (VLMSDKHTTP1Connection: request text, keep-alive, reply parser) for
+// each origin, waits on them as a main-queue source while the main thread pumps VLMSDKMainQueue, and reads
+// replies with the core's JSON reader; the kit's frame, validation and mapping above it are the production
+// ones. Plain http to an IP address: not yet a transport (no time limits, retries, cancellation or size cap).
 // Main thread only.
 
 #include <VLMSDKCoreKit/VLMSDKRequestManager.h>
