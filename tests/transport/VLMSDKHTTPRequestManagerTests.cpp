@@ -30,6 +30,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -105,26 +106,33 @@ std::shared_ptr<const VLMSDKRequest> makeRequest(std::string method, std::string
 std::string describe(const VLMErrorPtr& error) { return error ? error->description() : "no error"; }
 
 using Mode = VLMSDKHTTPRequestManager::Options::Mode;
+using Transport = VLMSDKHTTPRequestManager::Options::Transport;
 
-/// Every test runs once with the main thread driving the transfers as it pumps, once with a network thread.
-class TransportModeTest : public ::testing::TestWithParam<Mode> {
+/// Every test runs with the main thread driving the transfers as it pumps and with a network thread, and
+/// for plain http to 127.0.0.1 both with the core's own HTTP/1.1 connections and with libcurl.
+class TransportModeTest : public ::testing::TestWithParam<std::tuple<Mode, Transport>> {
 protected:
     VLMSDKHTTPRequestManager::Options quickOptions() const {
         VLMSDKHTTPRequestManager::Options options;
-        options.mode = GetParam();
+        options.mode = std::get<Mode>(GetParam());
+        options.transport = std::get<Transport>(GetParam());
         options.connectTimeout = 5s;
         options.requestTimeout = 20s;
         return options;
     }
     /// Reply handlers run on the main thread in the pumped mode, on the network thread in the threaded one.
     void expectHandlerThread(std::thread::id thread) const {
-        EXPECT_EQ(thread == std::this_thread::get_id(), GetParam() == Mode::Pumped);
+        EXPECT_EQ(thread == std::this_thread::get_id(), std::get<Mode>(GetParam()) == Mode::Pumped);
     }
 };
 
-std::string modeName(const ::testing::TestParamInfo<Mode>& info) {
-    return info.param == Mode::Pumped ? "Pumped" : "Threaded";
+std::string modeName(const ::testing::TestParamInfo<std::tuple<Mode, Transport>>& info) {
+    return std::string(std::get<Mode>(info.param) == Mode::Pumped ? "Pumped" : "Threaded") +
+           (std::get<Transport>(info.param) == Transport::Automatic ? "OwnHTTP1" : "LibCurl");
 }
+
+const auto kModesAndTransports = ::testing::Combine(::testing::Values(Mode::Pumped, Mode::Threaded),
+                                                    ::testing::Values(Transport::Automatic, Transport::LibCurl));
 
 class HTTPRequestManagerTest : public TransportModeTest {
 protected:
@@ -798,7 +806,7 @@ TEST_P(TransportModeTest, ProxyOptionAndEmptyHeaderValuesReachTheWire) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, TransportModeTest, ::testing::Values(Mode::Pumped, Mode::Threaded), modeName);
-INSTANTIATE_TEST_SUITE_P(Modes, HTTPRequestManagerTest, ::testing::Values(Mode::Pumped, Mode::Threaded), modeName);
+INSTANTIATE_TEST_SUITE_P(Modes, TransportModeTest, kModesAndTransports, modeName);
+INSTANTIATE_TEST_SUITE_P(Modes, HTTPRequestManagerTest, kModesAndTransports, modeName);
 
 }  // namespace

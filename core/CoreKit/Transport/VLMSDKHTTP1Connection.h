@@ -64,6 +64,8 @@ public:
     short events() const;
     /// Moves the exchange on after a wait found `revents`.
     Step advance(short revents);
+    /// Whether the connect is still under way.
+    bool connecting() const { return phase_ == Phase::Connecting; }
     /// Whether the connection is between exchanges (answered, not failed).
     bool idle() const { return phase_ == Phase::Idle; }
     /// Whether the current exchange is not the connection's first: a NoAnswer then usually means the server

@@ -47,6 +47,8 @@ public:
     /// Once the status line was read (0 before).
     long statusCode() const { return status_; }
     const Headers& headers() const { return headers_; }
+    /// The header fields, moved out.
+    Headers takeHeaders() { return std::move(headers_); }
     /// The body so far; the whole body once Complete. Movable out.
     std::string& body() { return body_; }
     /// Once Complete: whether the connection may carry another request.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <utility>
 
 #include <sys/eventfd.h>
@@ -100,7 +101,18 @@ VLMSDKHTTPEngine::VLMSDKHTTPEngine(std::shared_ptr<const Options> options, Drive
       driver_(driver),
       liveLimit_(std::max<std::size_t>(options_->maximumLiveTransfers, 1)),
       outOfMemory_(engineError(VLMErrorCode::Transport, "Out of memory while handling a request.", __func__)),
-      retryRule_(options_->retry) {}
+      retryRule_(options_->retry) {
+    // libcurl reads the lower-case http_proxy only, for plain http (the upper-case one could come from a
+    // request header in a CGI environment); a request a proxy would carry stays with libcurl.
+    if (options_->proxy) {
+        proxyApplies_ = !options_->proxy->empty();
+    } else {
+        for (const char* name : {"http_proxy", "all_proxy", "ALL_PROXY"}) {
+            const char* value = std::getenv(name);
+            proxyApplies_ = proxyApplies_ || (value && *value);
+        }
+    }
+}
 
 VLMSDKHTTPEngine::~VLMSDKHTTPEngine() {
     if (thread_.joinable()) {
@@ -239,6 +251,8 @@ void VLMSDKHTTPEngine::dispatch(std::span<const pollfd> descriptors) {
 }
 
 int VLMSDKHTTPEngine::prepareLocked(std::vector<pollfd>& descriptors) {
+    curlDescriptors_ = 0;
+    wiresWaitedOn_.clear();
     if (stopped_) return -1;
     {
         std::lock_guard lock(mutex_);
@@ -246,8 +260,20 @@ int VLMSDKHTTPEngine::prepareLocked(std::vector<pollfd>& descriptors) {
     }
     if (!waiting_.empty() && live_ < liveLimit_) return 0;
     descriptors.insert(descriptors.end(), sockets_.begin(), sockets_.end());
+    curlDescriptors_ = sockets_.size();
     std::optional<std::chrono::steady_clock::time_point> wakeAt = timerDeadline_;
-    if (!delayed_.empty() && (!wakeAt || delayed_.front().due < *wakeAt)) wakeAt = delayed_.front().due;
+    const auto wakeBy = [&wakeAt](const std::optional<std::chrono::steady_clock::time_point>& due) {
+        if (due && (!wakeAt || *due < *wakeAt)) wakeAt = due;
+    };
+    if (!delayed_.empty()) wakeBy(delayed_.front().due);
+    // Idle connections are waited on too: input on one means the server closed it.
+    for (const auto& wire : wires_) {
+        if (!wire->connection) continue;
+        descriptors.push_back({wire->connection->descriptor(), wire->connection->events(), 0});
+        wiresWaitedOn_.push_back(wire.get());
+        wakeBy(wire->connectBy);
+        wakeBy(wire->answerBy);
+    }
     if (!wakeAt) return -1;
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(*wakeAt - std::chrono::steady_clock::now()).count();
@@ -272,7 +298,8 @@ void VLMSDKHTTPEngine::driveLocked(std::span<const pollfd> descriptors) {
         releaseDueRetries();
         startWaiting();
         int running = 0;
-        for (const pollfd& descriptor : descriptors) {
+        const std::size_t curlCount = std::min(curlDescriptors_, descriptors.size());
+        for (const pollfd& descriptor : descriptors.first(curlCount)) {
             if (descriptor.revents == 0) continue;
             curl_multi_socket_action(multi_, descriptor.fd, socketActions(descriptor.revents), &running);
         }
@@ -281,6 +308,16 @@ void VLMSDKHTTPEngine::driveLocked(std::span<const pollfd> descriptors) {
             curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
         }
         collectFinished();
+        // The wires waited on stay in wires_ until the end of this drive, closed or not.
+        const auto wireDescriptors = descriptors.subspan(curlCount);
+        for (std::size_t i = 0; i < wireDescriptors.size() && i < wiresWaitedOn_.size(); ++i) {
+            if (wireDescriptors[i].revents == 0 || !wiresWaitedOn_[i]->connection) continue;
+            if (stopRequestedNow()) break;
+            advanceWire(*wiresWaitedOn_[i], wireDescriptors[i].revents);
+        }
+        wiresWaitedOn_.clear();
+        if (!stopRequestedNow()) timeOutWires();
+        std::erase_if(wires_, [](const auto& wire) { return !wire->connection; });
         std::lock_guard lock(mutex_);
         stop = stopRequested_;
     }
@@ -384,6 +421,22 @@ void VLMSDKHTTPEngine::startWaiting() {
             complete(pending.completion, {nullptr, nullptr, std::move(error)});
             continue;
         }
+        std::optional<VLMSDKHTTP1Connection::Target> target;
+        try {
+            target = wireTarget(*pending.request);
+        } catch (const std::exception&) {
+            // Out of memory: libcurl may still manage.
+        }
+        if (target) {
+            const bool repeatable = pending.request->method() == "GET";
+            transfer->take(std::move(pending));
+            transfer->setLive(true);
+            ++live_;
+            requestsSent_.fetch_add(1, std::memory_order_relaxed);
+            // A POST or PATCH without an idempotency key goes on a connection of its own, as with libcurl.
+            startOnWire(*transfer, *target, repeatable || transfer->isKeyed());
+            continue;
+        }
         error = errorOr(outOfMemory_, [&] { return transfer->load(std::move(pending)); });
         if (!error && curl_multi_add_handle(multi_, transfer->handle()) != CURLM_OK) {
             error = errorOr(outOfMemory_, [function = __func__] {
@@ -405,10 +458,7 @@ void VLMSDKHTTPEngine::startWaiting() {
 void VLMSDKHTTPEngine::collectFinished() {
     int left = 0;
     for (;;) {
-        {
-            std::lock_guard lock(mutex_);
-            if (stopRequested_) return;
-        }
+        if (stopRequestedNow()) return;
         CURLMsg* message = curl_multi_info_read(multi_, &left);
         if (!message) return;
         if (message->msg != CURLMSG_DONE) continue;
@@ -420,23 +470,32 @@ void VLMSDKHTTPEngine::collectFinished() {
         curl_multi_remove_handle(multi_, handle);
         transfer->setLive(false);
         --live_;
-        VLMSDKHTTPReply reply = transfer->finish(result, reader_);
-        if (options_->exchangeObserver) {
-            try {
-                options_->exchangeObserver(transfer->exchange(reply));
-            } catch (...) {
-                // An observer's failure must not cost the request its reply.
-            }
-        }
-        if (retryLater(*transfer, result, reply)) {
-            idle_.push_back(transfer);
-            continue;
-        }
-        auto completion = transfer->release();
-        idle_.push_back(transfer);
-        complete(completion, std::move(reply));
+        finishAttempt(*transfer, result, transfer->finish(result, reader_));
     }
 }
+
+void VLMSDKHTTPEngine::finishAttempt(VLMSDKHTTPTransfer& transfer, CURLcode result, VLMSDKHTTPReply reply) {
+    if (options_->exchangeObserver) {
+        try {
+            options_->exchangeObserver(transfer.exchange(reply));
+        } catch (...) {
+            // An observer's failure must not cost the request its reply.
+        }
+    }
+    if (retryLater(transfer, result, reply)) {
+        idle_.push_back(&transfer);
+        return;
+    }
+    auto completion = transfer.release();
+    idle_.push_back(&transfer);
+    complete(completion, std::move(reply));
+}
+
+bool VLMSDKHTTPEngine::stopRequestedNow() {
+    std::lock_guard lock(mutex_);
+    return stopRequested_;
+}
+
 
 bool VLMSDKHTTPEngine::retryLater(VLMSDKHTTPTransfer& transfer, CURLcode result, const VLMSDKHTTPReply& reply) {
     if (options_->retry.maximumAttempts <= 1) return false;
@@ -480,10 +539,19 @@ void VLMSDKHTTPEngine::releaseDueRetries() {
 void VLMSDKHTTPEngine::cancelOne(std::uint64_t id) {
     for (const auto& transfer : transfers_) {
         if (!transfer->isLive() || transfer->requestID() != id) continue;
-        curl_multi_remove_handle(multi_, transfer->handle());
+        bool sentAnything = false;
+        if (Wire* wire = wireOf(*transfer)) {
+            // Half an exchange leaves the connection unusable.
+            sentAnything = wire->connection->bytesSent() > 0;
+            wire->connection.reset();
+            wire->transfer = nullptr;
+        } else {
+            sentAnything = transfer->handleSentAnything();
+            curl_multi_remove_handle(multi_, transfer->handle());
+        }
         transfer->setLive(false);
         --live_;
-        VLMErrorPtr error = errorOr(outOfMemory_, [&] { return transfer->hostCancellationError(); });
+        VLMErrorPtr error = errorOr(outOfMemory_, [&] { return transfer->hostCancellationError(sentAnything); });
         auto completion = transfer->release();
         idle_.push_back(transfer.get());
         complete(completion, {nullptr, nullptr, std::move(error)});
@@ -529,13 +597,14 @@ void VLMSDKHTTPEngine::cancelAll() {
     delayed_.clear();
     for (const auto& transfer : transfers_) {
         if (!transfer->isLive()) continue;
-        curl_multi_remove_handle(multi_, transfer->handle());
+        if (!wireOf(*transfer)) curl_multi_remove_handle(multi_, transfer->handle());
         transfer->setLive(false);
         --live_;
         VLMErrorPtr error = errorOr(outOfMemory_, [&] { return transfer->cancellationError(); });
         auto completion = transfer->release();
         complete(completion, {nullptr, nullptr, std::move(error)});
     }
+    wires_.clear();
     while (!waiting_.empty()) {
         VLMSDKHTTPPendingRequest pending = waiting_.pop();
         if (!pending.request && pending.id != 0) continue;  // cancelled while it waited: answered already
@@ -547,6 +616,141 @@ void VLMSDKHTTPEngine::cancelAll() {
         });
         complete(pending.completion, {nullptr, nullptr, std::move(error)});
     }
+}
+
+std::optional<VLMSDKHTTP1Connection::Target> VLMSDKHTTPEngine::wireTarget(const VLMSDKRequest& request) const {
+    if (options_->transport != Options::Transport::Automatic || proxyApplies_) return std::nullopt;
+    return VLMSDKHTTP1Connection::Target::of(request.url());
+}
+
+VLMSDKHTTPEngine::Wire* VLMSDKHTTPEngine::wireOf(const VLMSDKHTTPTransfer& transfer) {
+    for (const auto& wire : wires_) {
+        if (wire->transfer == &transfer) return wire.get();
+    }
+    return nullptr;
+}
+
+void VLMSDKHTTPEngine::startOnWire(VLMSDKHTTPTransfer& transfer, const VLMSDKHTTP1Connection::Target& target,
+                                   bool mayReuse) {
+    const auto now = std::chrono::steady_clock::now();
+    Wire* wire = nullptr;
+    try {
+        for (const auto& kept : wires_) {
+            if (mayReuse && kept->connection && !kept->transfer && kept->authority == target.authority) {
+                wire = kept.get();
+                break;
+            }
+        }
+        if (!wire) {
+            std::string failure;
+            auto connection = VLMSDKHTTP1Connection::open(target, &failure);
+            if (!connection) {
+                // Refused at once: the attempt ends as a connect that failed, and may be retried.
+                transfer.setLive(false);
+                --live_;
+                return finishAttempt(transfer, CURLE_COULDNT_CONNECT,
+                                     transfer.finishFromWire(CURLE_COULDNT_CONNECT, nullptr, failure, reader_));
+            }
+            wires_.push_back(std::make_unique<Wire>(Wire{target.authority, std::move(connection), nullptr, std::nullopt, std::nullopt}));
+            wire = wires_.back().get();
+            connectionsOpened_.fetch_add(1, std::memory_order_relaxed);
+            if (options_->connectTimeout.count() > 0) wire->connectBy = now + options_->connectTimeout;
+        }
+        wire->transfer = &transfer;
+        if (options_->requestTimeout.count() > 0) wire->answerBy = now + options_->requestTimeout;
+        VLMSDKHTTP1ReplyParser::Limits limits;
+        limits.bodyBytes = options_->maximumReplySize;
+        settleWire(*wire, wire->connection->start(
+                              VLMSDKHTTP1Connection::requestText(*transfer.request(), target, transfer.idempotencyKey()),
+                              limits));
+    } catch (const std::exception&) {
+        if (wire) {
+            wire->connection.reset();
+            wire->transfer = nullptr;
+        }
+        transfer.setLive(false);
+        --live_;
+        auto completion = transfer.release();
+        idle_.push_back(&transfer);
+        complete(completion, {nullptr, nullptr, outOfMemory_});
+    }
+}
+
+void VLMSDKHTTPEngine::advanceWire(Wire& wire, short revents) {
+    if (!wire.transfer) {
+        wire.connection.reset();  // input on an idle connection: the server closed it
+        return;
+    }
+    settleWire(wire, wire.connection->advance(revents));
+}
+
+void VLMSDKHTTPEngine::settleWire(Wire& wire, VLMSDKHTTP1Connection::Step step) {
+    using Step = VLMSDKHTTP1Connection::Step;
+    using Failure = VLMSDKHTTP1Connection::Failure;
+    VLMSDKHTTP1Connection& connection = *wire.connection;
+    if (step == Step::Waiting) {
+        if (!connection.connecting()) wire.connectBy.reset();
+        return;
+    }
+    if (step == Step::Answered) return finishOnWire(wire, CURLE_OK, {});
+    VLMSDKHTTPTransfer& transfer = *wire.transfer;
+    // A kept connection the server closed while it was idle: what may be repeated goes on a new one, once.
+    const bool repeatable = transfer.request()->method() == "GET" || transfer.isKeyed();
+    if (connection.failure() == Failure::NoAnswer && connection.reused() && repeatable) {
+        if (const auto target = VLMSDKHTTP1Connection::Target::of(transfer.request()->url())) {
+            wire.connection.reset();
+            wire.transfer = nullptr;
+            return startOnWire(transfer, *target, false);
+        }
+    }
+    CURLcode result = CURLE_RECV_ERROR;
+    switch (connection.failure()) {
+        case Failure::Connect: result = CURLE_COULDNT_CONNECT; break;
+        case Failure::Send: result = CURLE_SEND_ERROR; break;
+        case Failure::NoAnswer: result = CURLE_GOT_NOTHING; break;
+        case Failure::Reply:
+            switch (connection.reply().failure()) {
+                case VLMSDKHTTP1ReplyParser::Failure::BodyTooLarge: result = CURLE_FILESIZE_EXCEEDED; break;
+                case VLMSDKHTTP1ReplyParser::Failure::Truncated: result = CURLE_PARTIAL_FILE; break;
+                default: result = CURLE_WEIRD_SERVER_REPLY; break;
+            }
+            break;
+        default: break;
+    }
+    finishOnWire(wire, result, connection.failureMessage());
+}
+
+void VLMSDKHTTPEngine::timeOutWires() {
+    const auto now = std::chrono::steady_clock::now();
+    for (std::size_t i = 0; i < wires_.size(); ++i) {
+        Wire& wire = *wires_[i];
+        if (!wire.transfer || !wire.connection) continue;
+        const bool connecting = wire.connectBy && now >= *wire.connectBy;
+        if (!connecting && !(wire.answerBy && now >= *wire.answerBy)) continue;
+        const auto limit = connecting ? options_->connectTimeout : options_->requestTimeout;
+        finishOnWire(wire, CURLE_OPERATION_TIMEDOUT,
+                     std::string(connecting ? "Connection" : "Operation") + " timed out after " +
+                         std::to_string(limit.count()) + " milliseconds");
+        if (stopRequestedNow()) return;
+    }
+}
+
+void VLMSDKHTTPEngine::finishOnWire(Wire& wire, CURLcode result, std::string_view failure) {
+    VLMSDKHTTPTransfer& transfer = *wire.transfer;
+    VLMSDKHTTP1Connection& connection = *wire.connection;
+    wire.transfer = nullptr;
+    wire.connectBy.reset();
+    wire.answerBy.reset();
+    transfer.setLive(false);
+    --live_;
+    VLMSDKHTTPReply reply = transfer.finishFromWire(result, &connection.reply(), failure, reader_);
+    // Kept for the next request while the server allows, as many as may be live at once.
+    const auto kept =
+        std::count_if(wires_.begin(), wires_.end(), [](const auto& w) { return w->connection && !w->transfer; });
+    if (result != CURLE_OK || !connection.reusable() || static_cast<std::size_t>(kept) > liveLimit_) {
+        wire.connection.reset();
+    }
+    finishAttempt(transfer, result, std::move(reply));
 }
 
 VLMSDKHTTPTransfer* VLMSDKHTTPEngine::idleTransfer(VLMErrorPtr* error) {

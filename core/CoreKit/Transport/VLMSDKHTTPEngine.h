@@ -2,6 +2,7 @@
 
 #include "../JSON/VLMSDKJSONReader.h"
 #include "../VLMSDKMainQueueSource.h"
+#include "VLMSDKHTTP1Connection.h"
 #include "VLMSDKHTTPRetryRule.h"
 #include "VLMSDKHTTPTransfer.h"
 
@@ -20,9 +21,11 @@
 namespace vlmsdk::detail {
 
 /// The transfers of one request manager in one mode: a libcurl multi handle, its easy handles and the
-/// requests waiting for one, driven by one thread at a time through libcurl's socket interface. The driver
-/// is either the main thread as it pumps VLMSDKMainQueue (the engine is one of the queue's sources), or a
-/// network thread of the engine's own. Either way the reply handlers run on the driving thread.
+/// requests waiting for one, driven by one thread at a time through libcurl's socket interface; beside it,
+/// the core's own HTTP/1.1 connections, for plain http to an IP address when no proxy applies (the options'
+/// `transport`). The driver is either the main thread as it pumps VLMSDKMainQueue (the engine is one of the
+/// queue's sources), or a network thread of the engine's own. Either way the reply handlers run on the
+/// driving thread, and retries, cancellation and shutdown treat both kinds of transfer alike.
 ///
 /// `submit`, `shutdown` and `statistics` may be called from any thread.
 class VLMSDKHTTPEngine final : public VLMSDKMainQueueSource, public std::enable_shared_from_this<VLMSDKHTTPEngine> {
@@ -77,6 +80,28 @@ private:
     // Sends the finished attempt of `transfer` again later if the retry policy says so; false if not.
     bool retryLater(VLMSDKHTTPTransfer& transfer, CURLcode result, const VLMSDKHTTPReply& reply);
     void releaseDueRetries();
+    // The end of an attempt, whoever carried it: the observer, a retry, or the reply handler.
+    void finishAttempt(VLMSDKHTTPTransfer& transfer, CURLcode result, VLMSDKHTTPReply reply);
+    bool stopRequestedNow();
+
+    // The core's own HTTP/1.1 connections, and the transfer each one carries (nullptr: idle, kept alive).
+    struct Wire {
+        std::string authority;                              // where it goes: "127.0.0.1:8080"
+        std::unique_ptr<VLMSDKHTTP1Connection> connection;  // nullptr: closed, gone at the end of the drive
+        VLMSDKHTTPTransfer* transfer = nullptr;
+        std::optional<std::chrono::steady_clock::time_point> connectBy, answerBy;
+    };
+    // Where `request` goes on a connection of the core's own; nothing when libcurl takes it.
+    std::optional<VLMSDKHTTP1Connection::Target> wireTarget(const VLMSDKRequest& request) const;
+    // Sends the taken request of a live transfer on a kept or new connection to `target`.
+    void startOnWire(VLMSDKHTTPTransfer& transfer, const VLMSDKHTTP1Connection::Target& target, bool mayReuse);
+    void advanceWire(Wire& wire, short revents);
+    // Ends the attempt on `wire` if `step` says it is over.
+    void settleWire(Wire& wire, VLMSDKHTTP1Connection::Step step);
+    void timeOutWires();
+    // Ends the attempt the wire carries with `result` (CURLE_OK: answered), in libcurl's terms.
+    void finishOnWire(Wire& wire, CURLcode result, std::string_view failure);
+    Wire* wireOf(const VLMSDKHTTPTransfer& transfer);
     VLMSDKHTTPTransfer* idleTransfer(VLMErrorPtr* error);
     void complete(VLMSDKDataTaskCompletion& completion, VLMSDKHTTPReply reply);
 
@@ -128,6 +153,11 @@ private:
     std::vector<VLMSDKHTTPTransfer*> idle_;
     std::size_t live_ = 0;
     std::vector<pollfd> sockets_;  // what libcurl asked to wait for, per socket (a few: a flat list)
+    std::vector<std::unique_ptr<Wire>> wires_;
+    // What the last prepareLocked waits on: libcurl's sockets first, then these wires, in order.
+    std::size_t curlDescriptors_ = 0;
+    std::vector<Wire*> wiresWaitedOn_;
+    bool proxyApplies_ = false;  // to plain http: then libcurl takes every request
     std::optional<std::chrono::steady_clock::time_point> timerDeadline_;
     VLMSDKJSONReader reader_;
 

@@ -1,6 +1,7 @@
 #include "VLMSDKHTTPTransfer.h"
 
 #include "../JSON/VLMSDKJSONReader.h"
+#include "VLMSDKHTTP1ReplyParser.h"
 
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
 
@@ -158,19 +159,29 @@ VLMSDKHTTPTransfer* VLMSDKHTTPTransfer::from(CURL* handle) {
     return static_cast<VLMSDKHTTPTransfer*>(transfer);
 }
 
-VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
+void VLMSDKHTTPTransfer::take(VLMSDKHTTPPendingRequest&& pending) {
     requestID_ = pending.id;
     attempt_ = pending.attempt;
     request_ = std::move(pending.request);
     completion_ = std::move(pending.completion);
-    const VLMSDKRequest& request = *request_;
-    const Method method = methodOf(request.method());
-    const bool sendsBody = method != Method::GET && (method != Method::DELETE || request.body());
-
+    keyed_ = options_.retry.idempotencyKeys && methodOf(request_->method()) != Method::GET && requestID_ != 0;
     tooLarge_ = false;
     outOfMemory_ = false;
     errorBuffer_[0] = '\0';
     started_ = std::chrono::steady_clock::now();
+}
+
+std::optional<std::string> VLMSDKHTTPTransfer::idempotencyKey() const {
+    // The same key on every attempt of one request: the process's random prefix and the request's number.
+    if (!keyed_) return std::nullopt;
+    return idempotencyPrefix() + std::to_string(requestID_);
+}
+
+VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
+    take(std::move(pending));
+    const VLMSDKRequest& request = *request_;
+    const Method method = methodOf(request.method());
+    const bool sendsBody = method != Method::GET && (method != Method::DELETE || request.body());
 
     // The header lines, one per '\n' (a header never holds one: the request builder refuses CR and LF).
     bool hasContentType = false;
@@ -193,14 +204,7 @@ VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
         }
         // Empty "Name:" lines remove headers libcurl would add on its own: the 100-continue round trip for
         // larger bodies, and a form content type on bodies sent without one.
-        // The same key on every attempt of one request: the process's random prefix and the request's number.
-        keyed_ = options_.retry.idempotencyKeys && method != Method::GET && requestID_ != 0;
-        if (keyed_) {
-            scratch_ += "Idempotency-Key: ";
-            scratch_ += idempotencyPrefix();
-            scratch_ += std::to_string(requestID_);
-            scratch_ += '\n';
-        }
+        if (const auto key = idempotencyKey()) scratch_.append("Idempotency-Key: ").append(*key).append("\n");
         if (!hasExpect && sendsBody) scratch_ += "Expect:\n";
         if (!hasContentType && sendsBody) scratch_ += "Content-Type:\n";
         // Most requests of a manager carry the same headers: the list of the previous one is kept.
@@ -309,8 +313,30 @@ std::size_t VLMSDKHTTPTransfer::onBody(char* data, std::size_t size, std::size_t
 }
 
 VLMSDKHTTPReply VLMSDKHTTPTransfer::finish(CURLcode result, VLMSDKJSONReader& reader) {
+    long statusCode = 0;
+    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &statusCode);
+    return finishWith(result, statusCode, reader);
+}
+
+VLMSDKHTTPReply VLMSDKHTTPTransfer::finishFromWire(CURLcode result, VLMSDKHTTP1ReplyParser* reply,
+                                                   std::string_view failure, VLMSDKJSONReader& reader) {
+    long statusCode = 0;
+    if (reply) {
+        statusCode = reply->statusCode();
+        replyHeaders_ = reply->takeHeaders();
+        body_ = std::move(reply->body());
+        tooLarge_ = reply->failure() == VLMSDKHTTP1ReplyParser::Failure::BodyTooLarge;
+    }
+    // The connection's own words stand where libcurl's would.
+    const std::size_t length = std::min(failure.size(), sizeof errorBuffer_ - 1);
+    std::copy_n(failure.data(), length, errorBuffer_);
+    errorBuffer_[length] = '\0';
+    return finishWith(result, statusCode, reader);
+}
+
+VLMSDKHTTPReply VLMSDKHTTPTransfer::finishWith(CURLcode result, long statusCode, VLMSDKJSONReader& reader) {
     try {
-        return replyFor(result, reader);
+        return replyFor(result, statusCode, reader);
     } catch (const std::exception& exception) {
         try {
             return {nullptr, nullptr,
@@ -323,10 +349,7 @@ VLMSDKHTTPReply VLMSDKHTTPTransfer::finish(CURLcode result, VLMSDKJSONReader& re
     }
 }
 
-VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result, VLMSDKJSONReader& reader) {
-    long statusCode = 0;
-    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &statusCode);
-
+VLMSDKHTTPReply VLMSDKHTTPTransfer::replyFor(CURLcode result, long statusCode, VLMSDKJSONReader& reader) {
     VLMSDKHTTPReply reply;
     if (statusCode > 0) {
         // The request's own URL, redacted: redirects are not followed, so it is the one that answered.
@@ -407,14 +430,18 @@ VLMErrorPtr VLMSDKHTTPTransfer::cancellationError() const {
                         describe(*request_) + " was cancelled: the request manager shut down.", __func__);
 }
 
-VLMErrorPtr VLMSDKHTTPTransfer::hostCancellationError() const {
-    // Bytes of the request have left once libcurl counts any: a POST or PATCH may then have been acted on.
+bool VLMSDKHTTPTransfer::handleSentAnything() const {
     long requestBytes = 0;
     curl_off_t bodyBytes = 0;
     curl_easy_getinfo(handle_, CURLINFO_REQUEST_SIZE, &requestBytes);
     curl_easy_getinfo(handle_, CURLINFO_SIZE_UPLOAD_T, &bodyBytes);
+    return requestBytes > 0 || bodyBytes > 0;
+}
+
+VLMErrorPtr VLMSDKHTTPTransfer::hostCancellationError(bool sentAnything) const {
+    // Once bytes of the request have left, a POST or PATCH may have been acted on.
     const bool changesState = methodOf(request_->method()) != Method::GET;
-    return VLMSDKCancellation::cancelledError(describe(*request_), changesState && (requestBytes > 0 || bodyBytes > 0));
+    return VLMSDKCancellation::cancelledError(describe(*request_), changesState && sentAnything);
 }
 
 VLMSDKDataTaskCompletion VLMSDKHTTPTransfer::release() {

@@ -10,11 +10,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace vlmsdk::detail {
 
 class VLMSDKJSONReader;
+class VLMSDKHTTP1ReplyParser;
 
 /// A request handed to the HTTP request manager, as it waits for a transfer.
 struct VLMSDKHTTPPendingRequest {
@@ -51,21 +54,33 @@ public:
     /// The transfer whose handle is `handle`.
     static VLMSDKHTTPTransfer* from(CURL* handle);
 
-    /// Loads a request that `rejectionOf` accepted into the handle. On an error the transfer still holds
-    /// the request: `release` hands back its completion.
+    /// Takes a request that `rejectionOf` accepted, for the core's own HTTP/1.1 connection to send.
+    void take(VLMSDKHTTPPendingRequest&& pending);
+    /// Takes a request that `rejectionOf` accepted and loads it into the handle. On an error the transfer
+    /// still holds the request: `release` hands back its completion.
     VLMErrorPtr load(VLMSDKHTTPPendingRequest&& pending);
+    /// The Idempotency-Key value the taken request carries, if any.
+    std::optional<std::string> idempotencyKey() const;
 
     /// The reply of the loaded request once libcurl reports `result`; parses the body with `reader`.
     /// Never throws.
     VLMSDKHTTPReply finish(CURLcode result, VLMSDKJSONReader& reader);
+    /// The same for a request the core's own connection carried: `result` is what libcurl would have said,
+    /// `reply` what was read (nullptr: nothing; its body and fields are moved out), `failure` the
+    /// connection's own words. Never throws.
+    VLMSDKHTTPReply finishFromWire(CURLcode result, VLMSDKHTTP1ReplyParser* reply, std::string_view failure,
+                                   VLMSDKJSONReader& reader);
 
     /// The finished attempt as the exchange observer sees it (call between `finish` and `release`).
     VLMSDKHTTPExchange exchange(const VLMSDKHTTPReply& reply) const;
 
     /// The error that answers the loaded request when the manager shuts down first.
     VLMErrorPtr cancellationError() const;
-    /// The error for a transfer the host cancelled: it says whether a POST or PATCH may have reached the service.
-    VLMErrorPtr hostCancellationError() const;
+    /// The error for a transfer the host cancelled: it says whether a POST or PATCH may have reached the
+    /// service, which it may once any byte of it was sent.
+    VLMErrorPtr hostCancellationError(bool sentAnything) const;
+    /// Whether libcurl sent any byte of the loaded request.
+    bool handleSentAnything() const;
     std::uint64_t requestID() const { return requestID_; }
     unsigned attempt() const { return attempt_; }
     const std::shared_ptr<const VLMSDKRequest>& request() const { return request_; }
@@ -90,7 +105,8 @@ private:
     static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* transfer);
     static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* transfer);
 
-    VLMSDKHTTPReply replyFor(CURLcode result, VLMSDKJSONReader& reader);
+    VLMSDKHTTPReply finishWith(CURLcode result, long statusCode, VLMSDKJSONReader& reader);
+    VLMSDKHTTPReply replyFor(CURLcode result, long statusCode, VLMSDKJSONReader& reader);
     VLMErrorPtr transportError(CURLcode result, long statusCode) const;
 
     const VLMSDKHTTPRequestManagerOptions& options_;

@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <memory>
 
-/// The request manager that talks HTTP(S) through libcurl, reusing connections per host (keep-alive, HTTP/2
-/// multiplexing over TLS where the server offers it).
+/// The request manager that talks HTTP(S), reusing connections per host: plain http to an IP address, when
+/// no proxy applies, goes over the core's own HTTP/1.1 connections (kept alive per address); everything
+/// else through libcurl (names to look up, TLS, proxies, HTTP/2 multiplexing where the server offers it).
+/// The options' `transport` can send everything through libcurl.
 ///
 /// Who drives the transfers is the options' `mode`: in the pumped mode the main thread, while the host pumps
 /// VLMSDKMainQueue, so a reply is parsed, validated, mapped and delivered on the thread that will run the
@@ -52,7 +54,7 @@ public:
                                 VLMSDKDataTaskCompletion completion) override;
 
     /// The same, under `control`: a cancel answers the request at once on the driving thread with the
-    /// cancelled error, whether it waits in the queue or is on the wire (its transfer leaves libcurl); a
+    /// cancelled error, whether it waits in the queue or is on the wire (its transfer is stopped there); a
     /// request already answered is not touched. `handlerOffMainQueue` sends the request through the
     /// network thread whatever the mode, so that it moves while the main thread is blocked.
     void performControlledRequest(std::shared_ptr<const VLMSDKRequest> request, const VLMSDKRequestControl& control,

@@ -24,6 +24,15 @@ struct VLMSDKHTTPRequestManagerOptions {
         Threaded,
     };
     Mode mode = Mode::Automatic;
+    /// Who speaks HTTP on the wire.
+    enum class Transport {
+        /// The core's own HTTP/1.1 client for plain http to a literal IP address when no proxy applies (no
+        /// name to look up, no TLS; kept-alive connections per address), libcurl for every other request.
+        Automatic,
+        /// libcurl for every request.
+        LibCurl,
+    };
+    Transport transport = Transport::Automatic;
     /// Time allowed to set up a connection (zero: no limit of its own). Default 10 s.
     std::chrono::milliseconds connectTimeout{std::chrono::seconds(10)};
     /// Time allowed for a whole request once it is sent, connecting included (zero: no limit). Time spent
