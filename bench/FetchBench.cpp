@@ -1,14 +1,13 @@
-// vlmsdk-bench-fetch: the kit's fetchReservationWithID end to end against raw libcurl, hand-written libcurl +
-// JSON parse + mapping and a generated-style cpprestsdk client, at the same concurrency, on a loopback server;
-// and, to show where the difference goes, the HTTP request manager without the kit's frame and two thread
-// hand-offs without HTTP.
+// vlmsdk-bench-fetch: the kit's fetchReservationWithID end to end, on its own HTTP/1.1 connections and on
+// libcurl, against raw libcurl, hand-written libcurl + JSON parse + mapping and a generated-style cpprestsdk
+// client, at the same concurrency, on a loopback server; and, to show where the difference goes, the HTTP
+// request manager without the kit's frame and two thread hand-offs without HTTP.
 
 #include "BenchReplies.h"
 #include "AllocationCounter.h"
 #include "BenchSupport.h"
 #include "FetchDriver.h"
 #include "LoopbackServer.h"
-#include "SocketRequestManager.h"
 #if VLMSDK_BENCH_HAVE_CPPREST
 #include "GeneratedStyleClient.h"
 #endif
@@ -272,10 +271,10 @@ private:
 
 class KitDriver final : public Driver {
 public:
-    KitDriver(const std::string& baseURL, VLMSDKHTTPRequestManagerOptions::Mode mode, const char* label)
-        : KitDriver(baseURL, std::make_shared<VLMSDKHTTPRequestManager>(optionsWith(mode)), label) {}
-    KitDriver(const std::string& baseURL, std::shared_ptr<VLMSDKRequestManager> manager, const char* label)
-        : manager_(std::move(manager)), api_(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager_), label_(label) {}
+    KitDriver(const std::string& baseURL, VLMSDKHTTPRequestManagerOptions options, const char* label)
+        : manager_(std::make_shared<VLMSDKHTTPRequestManager>(std::move(options))),
+          api_(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager_),
+          label_(label) {}
 
     const char* name() const override { return label_; }
 
@@ -299,13 +298,7 @@ private:
         });
     }
 
-    static VLMSDKHTTPRequestManagerOptions optionsWith(VLMSDKHTTPRequestManagerOptions::Mode mode) {
-        VLMSDKHTTPRequestManagerOptions options;
-        options.mode = mode;
-        return options;
-    }
-
-    std::shared_ptr<VLMSDKRequestManager> manager_;
+    std::shared_ptr<VLMSDKHTTPRequestManager> manager_;
     VLMSDKAPIManager api_;
     const char* label_;
     const std::optional<std::string> id_ = std::string(kReservationID);
@@ -455,11 +448,11 @@ struct Settings {
 
 // Every client, in the order a run takes them. (q) runs in a process of its own: cpprestsdk's pool is
 // sized once per process, and (p) sets it to two threads.
-constexpr std::string_view kLetters = "abcstmhpq";
+constexpr std::string_view kLetters = "abcltmhpq";
 #if VLMSDK_BENCH_HAVE_CPPREST
-constexpr const char* kDefaultClients = "abcstmhpq";
+constexpr const char* kDefaultClients = "abcltmhpq";
 #else
-constexpr const char* kDefaultClients = "abcstmh";
+constexpr const char* kDefaultClients = "abcltmh";
 #endif
 
 Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settings, const LoopbackServer& server) {
@@ -606,15 +599,15 @@ nlohmann::json figuresJSON(const Figures& f) {
 
 constexpr const char* kUsage =
     "usage: vlmsdk-bench-fetch [--runs N] [--duration SECONDS | --requests N] [--warmup SECONDS]\n"
-    "                          [--in-flight 1,8] [--clients abcstmhpq] [--json FILE]\n"
+    "                          [--in-flight 1,8] [--clients abcltmhpq] [--json FILE]\n"
     "  Fetches one reservation from a loopback server with: (a) raw libcurl multi, (b) libcurl + nlohmann::json\n"
-    "  + a hand-written mapping, (c) the kit's fetchReservationWithID in its default mode (transfers driven\n"
-    "  where the main queue is pumped), (s) the same over a hand-written HTTP/1.1 prototype instead of\n"
-    "  libcurl, (t) the same with the request manager's network thread, (m) the\n"
-    "  request manager without the kit's frame, (h) two thread hand-offs without HTTP, (p) a generated-style\n"
-    "  cpprestsdk client with a 2-thread pool and (q) the same with cpprestsdk's default pool (in a process of\n"
-    "  its own; p and q only when built with cpprestsdk). Prints medians over the runs and the ratios c/a, c/b,\n"
-    "  c/p; --json writes them. Defaults: --runs 5 --duration 2 --warmup 0.3 --in-flight 1,8, every client.\n";
+    "  + a hand-written mapping, (c) the kit's fetchReservationWithID with default options (transfers driven\n"
+    "  where the main queue is pumped, on the core's own HTTP/1.1 connections), (l) the same on libcurl,\n"
+    "  (t) the same with the request manager's network thread, (m) the request manager without the kit's\n"
+    "  frame, (h) two thread hand-offs without HTTP, (p) a generated-style cpprestsdk client with a 2-thread\n"
+    "  pool and (q) the same with cpprestsdk's default pool (in a process of its own; p and q only when built\n"
+    "  with cpprestsdk). Prints medians over the runs and the ratios c/a, c/b, c/p, c/q, c/l; --json writes\n"
+    "  them. Defaults: --runs 5 --duration 2 --warmup 0.3 --in-flight 1,8, every client.\n";
 
 }  // namespace
 
@@ -678,19 +671,17 @@ int main(int argc, char** argv) {
     std::map<char, std::unique_ptr<Driver>> drivers;
     if (wants('a')) drivers['a'] = std::make_unique<CurlDriver>(url, false);
     if (wants('b')) drivers['b'] = std::make_unique<CurlDriver>(url, true);
-    if (wants('c')) {
-        drivers['c'] = std::make_unique<KitDriver>(server->baseURL(), VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
-                                                   "(c) kit, default mode");
-    }
-    std::shared_ptr<VLMSDKRequestManager> socketManager;
-    if (wants('s')) {
-        socketManager = makeSocketRequestManager();
-        drivers['s'] = std::make_unique<KitDriver>(server->baseURL(), socketManager,
-                                                   "(s) kit, hand-written HTTP/1.1");
+    using Options = VLMSDKHTTPRequestManagerOptions;
+    if (wants('c')) drivers['c'] = std::make_unique<KitDriver>(server->baseURL(), Options(), "(c) kit, default options");
+    if (wants('l')) {
+        Options options;
+        options.transport = Options::Transport::LibCurl;
+        drivers['l'] = std::make_unique<KitDriver>(server->baseURL(), options, "(l) kit, libcurl transport");
     }
     if (wants('t')) {
-        drivers['t'] = std::make_unique<KitDriver>(server->baseURL(), VLMSDKHTTPRequestManagerOptions::Mode::Threaded,
-                                                   "(t) kit, network thread");
+        Options options;
+        options.mode = Options::Mode::Threaded;
+        drivers['t'] = std::make_unique<KitDriver>(server->baseURL(), options, "(t) kit, network thread");
     }
     if (wants('m')) drivers['m'] = std::make_unique<ManagerDriver>(server->baseURL());
     if (wants('h')) drivers['h'] = std::make_unique<HandOffDriver>();
@@ -749,8 +740,8 @@ int main(int argc, char** argv) {
             std::printf("  client CPU per op: kit frame (c-m) %+.1f us, manager (m-b) %+.1f us\n", median(frame),
                         median(manager));
         }
-        // The kit against each other client; then the prototype transport (s) against the kit and against (b).
-        constexpr std::pair<char, char> kRatios[] = {{'c', 'a'}, {'c', 'b'}, {'c', 'p'}, {'c', 'q'}, {'s', 'c'}, {'s', 'b'}};
+        // The kit against each other client, and against itself on libcurl.
+        constexpr std::pair<char, char> kRatios[] = {{'c', 'a'}, {'c', 'b'}, {'c', 'p'}, {'c', 'q'}, {'c', 'l'}};
         for (const auto& [kit, base] : kRatios) {
             if (!has(kit) || !has(base)) continue;
             const auto& top = table[f][kit];
@@ -772,7 +763,6 @@ int main(int argc, char** argv) {
     std::printf("server: %" PRIu64 " requests answered on %" PRIu64 " connection(s)\n", server->requestsAnswered(),
                 server->connectionsAccepted());
     if (failures > 0) std::printf("WARNING: requests failed or returned an unexpected reply\n");
-    if (socketManager) closeSocketRequestManager(socketManager);
     const bool written = writeReport(settings.json, report);
     return failures > 0 || childFailed || !written ? 1 : 0;
 }

@@ -1,6 +1,9 @@
 // The hand-written transport's connection: which URLs it takes, the request text it writes, and whole
 // exchanges against a scripted loopback server: kept alive, closed, refused, cut short, answered early.
+#include "ScriptedServer.h"
+
 #include <Transport/VLMSDKHTTP1Connection.h>
+
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -25,66 +28,8 @@ std::shared_ptr<const VLMSDKRequest> request(std::string method, std::string url
         VLMSDKRequest::Parts{std::move(method), "", std::move(url), std::move(headers), std::move(body), nullptr});
 }
 
-/// A loopback server whose every accepted connection runs `script` on its own thread, in order.
-class ScriptedServer {
-public:
-    using Script = std::function<void(int socket)>;
-    explicit ScriptedServer(Script script) : script_(std::move(script)) {
-        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-        socklen_t length = sizeof address;
-        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), length);
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-        ::listen(listener_, 8);
-        port_ = ntohs(address.sin_port);
-        thread_ = std::thread([this] {
-            for (;;) {
-                const int socket = ::accept(listener_, nullptr, nullptr);
-                if (socket < 0) return;
-                script_(socket);
-                ::close(socket);
-            }
-        });
-    }
-    ~ScriptedServer() {
-        ::shutdown(listener_, SHUT_RDWR);
-        thread_.join();
-        ::close(listener_);
-    }
-    std::string url(const std::string& path = "/") const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
-
-private:
-    Script script_;
-    int listener_ = -1;
-    std::uint16_t port_ = 0;
-    std::thread thread_;
-};
-
-/// Reads one request (head, then a Content-Length body) from `socket`; empty when the client closed.
-std::string readRequest(int socket) {
-    std::string text;
-    char buffer[4096];
-    std::size_t want = std::string::npos;
-    while (text.size() < want) {
-        const ssize_t n = ::recv(socket, buffer, sizeof buffer, 0);
-        if (n <= 0) return text;
-        text.append(buffer, static_cast<std::size_t>(n));
-        const auto head = text.find("\r\n\r\n");
-        if (want == std::string::npos && head != std::string::npos) {
-            const auto field = text.find("Content-Length: ");
-            want = head + 4 + (field < head ? std::stoul(text.substr(field + 16)) : 0);
-        }
-    }
-    return text;
-}
-
-void sendAll(int socket, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t n = ::send(socket, text.data(), text.size(), MSG_NOSIGNAL);
-        if (n <= 0) return;
-        text.remove_prefix(static_cast<std::size_t>(n));
-    }
-}
+const auto readRequest = ScriptedServer::readRequest;
+const auto sendAll = ScriptedServer::sendAll;
 
 /// Waits on the connection and moves it on until the exchange ends (bounded: a hang fails the test).
 Step drive(Connection& connection, Step step) {
@@ -177,7 +122,7 @@ TEST(VLMSDKHTTP1Connection, CarriesExchangesOneAfterAnotherWhileTheServerKeepsIt
     std::mutex mutex;
     std::vector<std::string> received;
     // Two answers on one connection, the second chunked and written in small pieces; then a close.
-    const ScriptedServer server([&](int socket) {
+    const ScriptedServer server([&](int socket, int) {
         std::lock_guard lock(mutex);
         received.push_back(readRequest(socket));
         sendAll(socket, "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}");
@@ -225,17 +170,17 @@ TEST(VLMSDKHTTP1Connection, EndsEachExchangeThatCannotBeCompletedWithItsCause) {
     };
     const Row rows[] = {
         {"answer, then close",
-         [](int s) { readRequest(s), sendAll(s, "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n"); },
+         [](int s, int) { readRequest(s), sendAll(s, "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n"); },
          Step::Answered, Failure::None, false},
-        {"bytes past the answer", [](int s) { readRequest(s), sendAll(s, "HTTP/1.1 204 No Content\r\n\r\nHTTP/1.1"); },
+        {"bytes past the answer", [](int s, int) { readRequest(s), sendAll(s, "HTTP/1.1 204 No Content\r\n\r\nHTTP/1.1"); },
          Step::Answered, Failure::None, false},
-        {"closed without answering", [](int s) { readRequest(s); }, Step::Failed, Failure::NoAnswer, false},
+        {"closed without answering", [](int s, int) { readRequest(s); }, Step::Failed, Failure::NoAnswer, false},
         {"closed inside the body",
-         [](int s) { readRequest(s), sendAll(s, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{}"); }, Step::Failed,
+         [](int s, int) { readRequest(s), sendAll(s, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{}"); }, Step::Failed,
          Failure::Reply, false},
-        {"not HTTP", [](int s) { readRequest(s), sendAll(s, "hello\r\n\r\n"); }, Step::Failed, Failure::Reply, false},
+        {"not HTTP", [](int s, int) { readRequest(s), sendAll(s, "hello\r\n\r\n"); }, Step::Failed, Failure::Reply, false},
         {"reset",
-         [](int s) {
+         [](int s, int) {
              readRequest(s);
              const linger abort{1, 0};
              ::setsockopt(s, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
@@ -260,8 +205,8 @@ TEST(VLMSDKHTTP1Connection, EndsEachExchangeThatCannotBeCompletedWithItsCause) {
     // Nobody listens: the connect fails, at once or once waited on.
     int closedPort = 0;
     {
-        const ScriptedServer gone([](int) {});
-        closedPort = std::stoi(gone.url().substr(17));
+        const ScriptedServer gone([](int, int) {});
+        closedPort = gone.port();
     }
     const auto target = *Connection::Target::of("http://127.0.0.1:" + std::to_string(closedPort) + "/");
     std::string error;

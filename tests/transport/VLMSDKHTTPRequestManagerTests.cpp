@@ -1,3 +1,4 @@
+#include "ScriptedServer.h"
 #include "TestHTTPServer.h"
 
 #include <VLMSDKCoreKit/VLMSDKHTTPExchange.h>
@@ -460,6 +461,43 @@ TEST_P(HTTPRequestManagerTest, ConnectionsOfABurstStayOpenForTheNextOne) {
         EXPECT_EQ(clientPorts.size(), burst) << "the server saw this many connections";
         EXPECT_EQ(manager.connectionsOpened(), burst);
     }
+}
+
+TEST_P(HTTPRequestManagerTest, AKeptConnectionTheServerClosedCostsAGetNothingAndAnUnkeyedPostGoesOnANewOne) {
+    // Connection 0 answers one GET, takes the next and closes without a word: that GET goes again on a new
+    // connection, which stays open; the POST after it, without an idempotency key, still opens its own.
+    std::mutex mutex;
+    std::vector<std::pair<int, std::string>> seen;  // connection, request line
+    const ScriptedServer server([&](int socket, int connection) {
+        for (int exchange = 0;; ++exchange) {
+            const std::string request = ScriptedServer::readRequest(socket);
+            if (request.empty()) return;
+            {
+                std::lock_guard lock(mutex);
+                seen.emplace_back(connection, request.substr(0, request.find("\r\n")));
+            }
+            if (connection == 0 && exchange == 1) return;
+            ScriptedServer::sendAll(socket, "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}");
+        }
+    });
+    VLMSDKHTTPRequestManager manager(quickOptions());
+    ReplyRecorder recorder(3);
+    const std::shared_ptr<const VLMSDKRequest> requests[] = {makeRequest("GET", server.url("/a")),
+                                                             makeRequest("GET", server.url("/b")),
+                                                             makeRequest("POST", server.url("/c"), {}, "{}")};
+    for (std::size_t i = 0; i < std::size(requests); ++i) {
+        manager.performDataTaskRequest(requests[i], recorder.completion(i));
+        ASSERT_TRUE(recorder.waitForCalls(i + 1));
+        const Reply reply = recorder.reply(i);
+        EXPECT_EQ(reply.error, nullptr) << describe(reply.error);
+        ASSERT_NE(reply.response, nullptr);
+        EXPECT_EQ(reply.response->statusCode(), 200);
+    }
+    EXPECT_EQ(manager.connectionsOpened(), 3u);
+    manager.shutdown();
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(seen, (std::vector<std::pair<int, std::string>>{
+                        {0, "GET /a HTTP/1.1"}, {0, "GET /b HTTP/1.1"}, {1, "GET /b HTTP/1.1"}, {2, "POST /c HTTP/1.1"}}));
 }
 
 TEST_P(HTTPRequestManagerTest, EveryWayOfStoppingAnswersQueuedAndLiveRequestsExactlyOnce) {
