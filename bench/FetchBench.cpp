@@ -672,7 +672,7 @@ int main(int argc, char** argv) {
     if (wants('a')) drivers['a'] = std::make_unique<CurlDriver>(url, false);
     if (wants('b')) drivers['b'] = std::make_unique<CurlDriver>(url, true);
     using Options = VLMSDKHTTPRequestManagerOptions;
-    if (wants('c')) drivers['c'] = std::make_unique<KitDriver>(server->baseURL(), Options(), "(c) kit, default options");
+    if (wants('c')) drivers['c'] = std::make_unique<KitDriver>(server->baseURL(), Options(), "(c) kit, defaults");
     if (wants('l')) {
         Options options;
         options.transport = Options::Transport::LibCurl;

@@ -1,9 +1,6 @@
 // The hand-written transport's connection: which URLs it takes, the request text it writes, and whole
 // exchanges against a scripted loopback server: kept alive, closed, refused, cut short, answered early.
-#include "ScriptedServer.h"
-
 #include <Transport/VLMSDKHTTP1Connection.h>
-
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -16,6 +13,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "ScriptedServer.h"
 
 namespace {
 
@@ -170,15 +169,19 @@ TEST(VLMSDKHTTP1Connection, EndsEachExchangeThatCannotBeCompletedWithItsCause) {
     };
     const Row rows[] = {
         {"answer, then close",
-         [](int s, int) { readRequest(s), sendAll(s, "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n"); },
+         [](int s, int) {
+             readRequest(s), sendAll(s, "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+         },
          Step::Answered, Failure::None, false},
-        {"bytes past the answer", [](int s, int) { readRequest(s), sendAll(s, "HTTP/1.1 204 No Content\r\n\r\nHTTP/1.1"); },
-         Step::Answered, Failure::None, false},
+        {"bytes past the answer",
+         [](int s, int) { readRequest(s), sendAll(s, "HTTP/1.1 204 No Content\r\n\r\nHTTP/1.1"); }, Step::Answered,
+         Failure::None, false},
         {"closed without answering", [](int s, int) { readRequest(s); }, Step::Failed, Failure::NoAnswer, false},
         {"closed inside the body",
-         [](int s, int) { readRequest(s), sendAll(s, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{}"); }, Step::Failed,
-         Failure::Reply, false},
-        {"not HTTP", [](int s, int) { readRequest(s), sendAll(s, "hello\r\n\r\n"); }, Step::Failed, Failure::Reply, false},
+         [](int s, int) { readRequest(s), sendAll(s, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{}"); },
+         Step::Failed, Failure::Reply, false},
+        {"not HTTP", [](int s, int) { readRequest(s), sendAll(s, "hello\r\n\r\n"); }, Step::Failed, Failure::Reply,
+         false},
         {"reset",
          [](int s, int) {
              readRequest(s);

@@ -496,7 +496,6 @@ bool VLMSDKHTTPEngine::stopRequestedNow() {
     return stopRequested_;
 }
 
-
 bool VLMSDKHTTPEngine::retryLater(VLMSDKHTTPTransfer& transfer, CURLcode result, const VLMSDKHTTPReply& reply) {
     if (options_->retry.maximumAttempts <= 1) return false;
     VLMSDKHTTPAttemptOutcome outcome;
@@ -651,7 +650,8 @@ void VLMSDKHTTPEngine::startOnWire(VLMSDKHTTPTransfer& transfer, const VLMSDKHTT
                 return finishAttempt(transfer, CURLE_COULDNT_CONNECT,
                                      transfer.finishFromWire(CURLE_COULDNT_CONNECT, nullptr, failure, reader_));
             }
-            wires_.push_back(std::make_unique<Wire>(Wire{target.authority, std::move(connection), nullptr, std::nullopt, std::nullopt}));
+            wires_.push_back(std::make_unique<Wire>(
+                Wire{target.authority, std::move(connection), nullptr, std::nullopt, std::nullopt}));
             wire = wires_.back().get();
             connectionsOpened_.fetch_add(1, std::memory_order_relaxed);
             if (options_->connectTimeout.count() > 0) wire->connectBy = now + options_->connectTimeout;
@@ -660,9 +660,8 @@ void VLMSDKHTTPEngine::startOnWire(VLMSDKHTTPTransfer& transfer, const VLMSDKHTT
         if (options_->requestTimeout.count() > 0) wire->answerBy = now + options_->requestTimeout;
         VLMSDKHTTP1ReplyParser::Limits limits;
         limits.bodyBytes = options_->maximumReplySize;
-        settleWire(*wire, wire->connection->start(
-                              VLMSDKHTTP1Connection::requestText(*transfer.request(), target, transfer.idempotencyKey()),
-                              limits));
+        std::string text = VLMSDKHTTP1Connection::requestText(*transfer.request(), target, transfer.idempotencyKey());
+        settleWire(*wire, wire->connection->start(std::move(text), limits));
     } catch (const std::exception&) {
         if (wire) {
             wire->connection.reset();
@@ -694,9 +693,12 @@ void VLMSDKHTTPEngine::settleWire(Wire& wire, VLMSDKHTTP1Connection::Step step) 
     }
     if (step == Step::Answered) return finishOnWire(wire, CURLE_OK, {});
     VLMSDKHTTPTransfer& transfer = *wire.transfer;
-    // A kept connection the server closed while it was idle: what may be repeated goes on a new one, once.
+    // A kept connection the server closed while it was idle fails before any byte of an answer (closed,
+    // reset, or refusing the request): what may be repeated goes on a new connection, once.
     const bool repeatable = transfer.request()->method() == "GET" || transfer.isKeyed();
-    if (connection.failure() == Failure::NoAnswer && connection.reused() && repeatable) {
+    const bool died = connection.failure() == Failure::NoAnswer || connection.failure() == Failure::Send ||
+                      connection.failure() == Failure::Receive;
+    if (died && connection.reused() && !connection.reply().receivedAnything() && repeatable) {
         if (const auto target = VLMSDKHTTP1Connection::Target::of(transfer.request()->url())) {
             wire.connection.reset();
             wire.transfer = nullptr;
