@@ -1,4 +1,4 @@
-// Reply bytes from anywhere, cut into pieces the input chooses: the hand-written transport's parser never
+// Reply bytes from anywhere, cut into pieces the input chooses: the core's own HTTP/1.1 reply parser never
 // reads past what it is given, holds its limits, and reads the reply the same way however it was cut.
 #include <Transport/VLMSDKHTTP1ReplyParser.h>
 

@@ -1,5 +1,5 @@
-// The hand-written transport's connection: which URLs it takes, the request text it writes, and whole
-// exchanges against a scripted loopback server: kept alive, closed, refused, cut short, answered early.
+// The core's own HTTP/1.1 connection: which URLs it takes, the request text it writes, and whole
+// exchanges against a scripted loopback server: kept alive, closed, refused, cut short, reset.
 #include <Transport/VLMSDKHTTP1Connection.h>
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

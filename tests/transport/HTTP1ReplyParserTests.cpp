@@ -1,4 +1,4 @@
-// The hand-written transport's reply parser: every reply is fed whole, a byte at a time and split in two at
+// The core's own HTTP/1.1 reply parser: every reply is fed whole, a byte at a time and split in two at
 // every point, and must read the same way each time; replies that could be read two ways are refused.
 #include <Transport/VLMSDKHTTP1ReplyParser.h>
 #include <gtest/gtest.h>

@@ -17,7 +17,7 @@ namespace vlmsdk::detail {
 /// One HTTP/1.1 connection to one origin, carrying one exchange at a time and kept for the next while the
 /// server allows, moved forward by whoever waits on its descriptor: a non-blocking connect, the request
 /// written as the socket takes it, the reply read with VLMSDKHTTP1ReplyParser. Time limits are the
-/// caller's. The second part of the hand-written HTTP/1.1 transport; one driving thread at a time.
+/// caller's (the request manager's engine keeps them). One driving thread at a time.
 class VLMSDKHTTP1Connection {
 public:
     /// Where a request goes when no name has to be looked up: http to a literal IPv4 or IPv6 address.

@@ -13,8 +13,8 @@ namespace vlmsdk::detail {
 /// Reads one HTTP/1.x reply as its bytes arrive, in pieces of any size: the status line, the header fields,
 /// then a body framed by Content-Length, by the chunked transfer coding or by the end of the connection.
 /// Interim (1xx) replies are skipped. Strict where leniency lets a reply be read two ways (a space before a
-/// colon, folded lines, conflicting lengths, codings other than chunked): it fails instead. The first part
-/// of the hand-written HTTP/1.1 transport; one parser per exchange, one thread at a time.
+/// colon, folded lines, conflicting lengths, codings other than chunked): it fails instead. Read by the core's
+/// own HTTP/1.1 connections; one parser per exchange, one thread at a time.
 class VLMSDKHTTP1ReplyParser {
 public:
     enum class State { Incomplete, Complete, Failed };
