@@ -8,11 +8,6 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -810,35 +805,22 @@ TEST_P(TransportModeTest, ProxyOptionAndEmptyHeaderValuesReachTheWire) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        // The raw head, as the test HTTP server would not show it (it drops empty values).
-        const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-        socklen_t length = sizeof address;
-        ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
-        ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
-        ASSERT_EQ(::listen(listener, 1), 0);
+        // The raw head, as the test HTTP server would not show it (it drops empty values); read once the
+        // server's threads have ended.
         std::string head;
-        std::jthread server([&] {
-            const int socket = ::accept(listener, nullptr, nullptr);
-            char buffer[1024];
-            for (ssize_t got = 0; head.find("\r\n\r\n") == std::string::npos; head.append(buffer, std::size_t(got))) {
-                if ((got = ::recv(socket, buffer, sizeof buffer, 0)) <= 0) break;
-            }
-            const std::string_view reply = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}";
-            ::send(socket, reply.data(), reply.size(), MSG_NOSIGNAL);
-            ::close(socket);
-        });
-        const std::string local = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
-        auto options = quickOptions();
-        if (row.viaProxy) options.proxy = local;
         ReplyRecorder recorder(1);
-        VLMSDKHTTPRequestManager manager(options);
-        manager.performDataTaskRequest(makeRequest("GET", row.url.empty() ? local : row.url, row.headers),
-                                       recorder.completion(0));
-        ASSERT_TRUE(recorder.waitForCalls());
-        ::shutdown(listener, SHUT_RDWR);  // wakes the accept() of a request that never came
-        server.join();
-        ::close(listener);
+        {
+            const ScriptedServer server([&](int socket, int) {
+                head = ScriptedServer::readRequest(socket);
+                ScriptedServer::sendAll(socket, "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\n{}");
+            });
+            auto options = quickOptions();
+            if (row.viaProxy) options.proxy = server.url();
+            VLMSDKHTTPRequestManager manager(options);
+            manager.performDataTaskRequest(makeRequest("GET", row.url.empty() ? server.url() : row.url, row.headers),
+                                           recorder.completion(0));
+            ASSERT_TRUE(recorder.waitForCalls());
+        }
         EXPECT_EQ(recorder.reply(0).error, nullptr);
         EXPECT_NE(head.find(row.expected), std::string::npos) << head;
     }
