@@ -26,8 +26,10 @@ struct VLMSDKHTTPRequestManagerOptions {
     Mode mode = Mode::Automatic;
     /// Who speaks HTTP on the wire.
     enum class Transport {
-        /// The core's own HTTP/1.1 client for plain http to a literal IP address when no proxy applies (no
-        /// name to look up, no TLS; kept-alive connections per address), libcurl for every other request.
+        /// The core's own HTTP/1.1 client for plain http to a literal IP address when no proxy applies (`proxy`
+        /// empty, or absent with none of http_proxy, all_proxy, ALL_PROXY set): no name to look up, no TLS,
+        /// kept-alive connections per address, the same errors, limits and retries. libcurl for every other
+        /// request.
         Automatic,
         /// libcurl for every request.
         LibCurl,
