@@ -89,8 +89,6 @@ int main(int argc, char** argv) {
     // 1. Enable the kit once, listing it in the SDK configuration.
     auto configuration = std::make_shared<VLMSDKConfiguration>();
     configuration->setKits({std::make_shared<const VLMSDKConfigurationKit>(VLMSDKPMS::classDescriptor())});
-    configuration->setServiceBaseURL(baseURL);
-    configuration->setAccessToken(token);
     VLMSDKPMS::enableWithConfiguration(configuration);
 
     // 2. Hand every completion to our own loop. Completions always run on the main thread; the executor

@@ -15,7 +15,7 @@ elif [ $# -gt 0 ]; then
 fi
 
 dir=build-bench
-cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVLMSDK_BUILD_TESTS=OFF -DVLMSDK_BUILD_TOOLS=OFF \
+cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DVLMSDK_BUILD_TESTS=OFF -DVLMSDK_BUILD_TOOLS=OFF \
   >/dev/null
 cmake --build "$dir" -j"$(nproc 2>/dev/null || echo 2)" --target vlmsdk-bench
 

@@ -43,7 +43,7 @@ for program in "$root"/examples/readme_*.cpp; do
 done
 
 if [ ! -f "$build/CMakeCache.txt" ]; then
-  cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_COMPILE_WARNING_AS_ERROR=ON >/dev/null
 fi
 cmake --build "$build" -j"$jobs" --target VLMErrors VLMMeta VLMSDKCoreKit VLMSDKPaymentKit VLMSDKPMSKit pms-sandbox >/dev/null
 
@@ -52,7 +52,7 @@ say "installing into $prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
 say "building examples/ with find_package(VLMSDKPMSKit)"
-cmake -S "$root/examples" -B "$work/example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake -S "$root/examples" -B "$work/example" -G Ninja -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/example" >/dev/null
 cmake_example="$work/example/host_example"
 for program in qt_host asio_host; do

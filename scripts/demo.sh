@@ -11,7 +11,7 @@ if [ ! -f build/CMakeCache.txt ]; then
   # Only what the demo needs: a machine set up for the demo alone has no test or benchmark libraries.
   say "configuring build/ for the tool and the local service"
   log="$(mktemp)"
-  if ! cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVLMSDK_BUILD_TESTS=OFF \
+  if ! cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DVLMSDK_BUILD_TESTS=OFF \
     -DVLMSDK_BUILD_BENCH=OFF >"$log" 2>&1; then
     cat "$log" >&2
     rm -f "$log"

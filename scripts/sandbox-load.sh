@@ -10,7 +10,7 @@ build="${1:-build}"
 [ "${1:-}" = "--" ] && shift
 cd "$root"
 if [ ! -f "$build/CMakeCache.txt" ]; then
-  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_COMPILE_WARNING_AS_ERROR=ON >/dev/null
 fi
 cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" --target pms-sandbox vlmsdk-pms vlmsdk-bench-sandbox-load >/dev/null
 

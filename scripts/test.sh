@@ -16,20 +16,32 @@ while [ $# -gt 0 ]; do
   esac
 done
 
+# The plain build is the Release build a packager makes; the sanitizer builds keep their debug information.
 case "$sanitize" in
-  "") dir=build ;;
-  thread) dir=build-tsan ;;
-  *) dir=build-asan ;;
+  "") dir=build; type=Release ;;
+  thread) dir=build-tsan; type=RelWithDebInfo ;;
+  *) dir=build-asan; type=RelWithDebInfo ;;
 esac
 
 jobs=$(nproc 2>/dev/null || echo 2)
-cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVLMSDK_SANITIZE="$sanitize" >/dev/null
+log="$(mktemp)"
+trap 'rm -f "$log"' EXIT
+if ! cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON \
+  -DVLMSDK_BUILD_TESTS=ON -DVLMSDK_SANITIZE="$sanitize" >"$log" 2>&1; then
+  cat "$log" >&2
+  if grep -qE "Could NOT find (GTest|benchmark|cpprestsdk)|Could not find a package configuration file provided by \"(GTest|benchmark|cpprestsdk)" "$log"; then
+    echo "test.sh: the test libraries are missing: run ./scripts/setup.sh --tests first" >&2
+  else
+    echo "test.sh: configuring $dir/ failed" >&2
+  fi
+  exit 1
+fi
 cmake --build "$dir" -j"$jobs"
 
 export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 export TSAN_OPTIONS="${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/tsan.supp}"
-log="$dir/ctest.log"
+log="$dir/ctest.log"  # the run, kept for a look afterwards
 ctest --test-dir "$dir" --output-on-failure -j"$jobs" "${filter[@]}" | tee "$log"
 # A test that skips itself hides a missing tool: it fails the run like a test that fails.
 if grep -q "tests did not run" "$log"; then

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
-#include <string>
 #include <vector>
 
 class VLMSDKClass;
@@ -19,8 +17,9 @@ private:
     const VLMSDKClass* kit_;
 };
 
-/// The SDK configuration a host builds at start-up: the kits it enables, and the service the core kit
-/// talks to (the kits themselves never read the service settings).
+/// The SDK configuration a host builds at start-up: the kits it enables. The service's address, its
+/// credentials and headers belong to the request builder (`VLMSDKRequestBuilder`) the host hands to each
+/// API manager.
 class VLMSDKConfiguration {
 public:
     using Kits = std::vector<std::shared_ptr<const VLMSDKConfigurationKit>>;
@@ -30,14 +29,6 @@ public:
     Kits kits() const { return kits_; }
     void setKits(Kits kits) { kits_ = std::move(kits); }
 
-    /// The reservation service's base URL (http or https), and the bearer token sent to it.
-    const std::optional<std::string>& serviceBaseURL() const { return serviceBaseURL_; }
-    void setServiceBaseURL(std::optional<std::string> url) { serviceBaseURL_ = std::move(url); }
-    const std::optional<std::string>& accessToken() const { return accessToken_; }
-    void setAccessToken(std::optional<std::string> token) { accessToken_ = std::move(token); }
-
 private:
     Kits kits_;
-    std::optional<std::string> serviceBaseURL_;
-    std::optional<std::string> accessToken_;
 };

@@ -37,7 +37,8 @@ public:
     /// The first header named `name` (ASCII case-insensitive), if any.
     std::optional<std::string> headerValue(std::string_view name) const;
 
-    /// `url()` with any password in it replaced by "***": the form every error and log line shows.
+    /// `url()` with any password in it replaced by "***" and control bytes escaped ("\r\n"): the form every
+    /// error and log line shows.
     std::string redactedURL() const;
 
 private:

@@ -1,4 +1,5 @@
 #include "VLMSDKHeaderLookup.h"
+#include "VLMSDKRequestCheck.h"
 #include "VLMSDKURLRedaction.h"
 
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
@@ -7,4 +8,6 @@ std::optional<std::string> VLMSDKRequest::headerValue(std::string_view name) con
     return vlmsdk::detail::headerValue(parts_.headers, name);
 }
 
-std::string VLMSDKRequest::redactedURL() const { return vlmsdk::detail::redactedURL(parts_.url); }
+std::string VLMSDKRequest::redactedURL() const {
+    return vlmsdk::detail::VLMSDKRequestCheck::escaped(vlmsdk::detail::redactedURL(parts_.url));
+}

@@ -3,6 +3,7 @@
 #include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
 
 #include "JSON/VLMSDKJSONWriter.h"
+#include "VLMSDKRequestCheck.h"
 #include "VLMSDKURLRedaction.h"
 
 #include <curl/curl.h>
@@ -225,10 +226,11 @@ std::shared_ptr<const VLMSDKRequest> VLMSDKRequestBuilder::requestWithMethod(con
         }
         parts.headers.emplace_back("Authorization", "Bearer " + *token);
     }
+    // The request manager would refuse it; said here, where the header was set.
     for (const auto& [name, value] : parts.headers) {
-        for (const char c : value) {
-            const auto u = static_cast<unsigned char>(c);
-            if (u == '\r' || u == '\n' || u == 0) return fail("The header '" + name + "' holds a line break.");
+        if (auto problem = vlmsdk::detail::VLMSDKRequestCheck::headerProblem(name, value)) {
+            return fail(method + " " + vlmsdk::detail::VLMSDKRequestCheck::escaped(vlmsdk::detail::redactedURL(parts.url)) +
+                        " was not made: " + *problem + ".");
         }
     }
 

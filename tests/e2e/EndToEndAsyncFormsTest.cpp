@@ -69,7 +69,9 @@ std::shared_ptr<Request> request(std::string id) {
     return request;
 }
 
-TEST(EndToEndAsyncFormsTest, BothFormsRunEveryOperationToItsResult) {
+E2E_SUITE_ON_EACH_TRANSPORT(EndToEndAsyncFormsTest);
+
+TEST_P(EndToEndAsyncFormsTest, BothFormsRunEveryOperationToItsResult) {
     auto created = std::make_shared<VLMSDKCreateReservationRequestInfo>();
     created->setExternalReservationID("HLI-48213");
     created->setVenueVelmoraID("ven_harborlight");
@@ -104,7 +106,7 @@ TEST(EndToEndAsyncFormsTest, BothFormsRunEveryOperationToItsResult) {
         SCOPED_TRACE(std::string(form == Form::Future ? "future" : "coroutine") +
                      (mode == Mode::Pumped ? ", pumped" : ", threaded"));
         auto sandbox = startSandbox();
-        Client client(sandbox->baseUrl(), kSandboxToken, mode);
+        Client client(sandbox->baseUrl(), kSandboxToken, transport(), mode);
         resumes = 0;
         for (const Row& row : rows) EXPECT_EQ(row.run(client.api(), form), row.expected) << row.name;
         client.settle();

@@ -34,7 +34,9 @@ struct ObservingRequestManager final : VLMSDKRequestManager {
     std::shared_ptr<std::promise<std::thread::id>> handled = std::make_shared<std::promise<std::thread::id>>();
 };
 
-TEST(EndToEndDeliveryTest, TheModeDecidesWhereTheReplyIsHandledAndTheCompletionRunsOnlyOnTheMainThread) {
+E2E_SUITE_ON_EACH_TRANSPORT(EndToEndDeliveryTest);
+
+TEST_P(EndToEndDeliveryTest, TheModeDecidesWhereTheReplyIsHandledAndTheCompletionRunsOnlyOnTheMainThread) {
     using Mode = VLMSDKHTTPRequestManagerOptions::Mode;
     auto sandbox = startSandbox();
     for (const Mode mode : {Mode::Threaded, Mode::Pumped}) {
@@ -42,6 +44,7 @@ TEST(EndToEndDeliveryTest, TheModeDecidesWhereTheReplyIsHandledAndTheCompletionR
         SCOPED_TRACE(threaded ? "threaded" : "pumped");
         VLMSDKHTTPRequestManagerOptions options;
         options.mode = mode;
+        options.transport = transport();
         options.maximumLiveTransfers = 1;  // one connection to the service
         auto transport = std::make_shared<VLMSDKHTTPRequestManager>(options);
         auto observer = std::make_shared<ObservingRequestManager>(transport);

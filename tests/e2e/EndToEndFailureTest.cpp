@@ -30,7 +30,9 @@ struct RefusalRow {
     const char* serverMessage;
 };
 
-TEST(EndToEndFailureTest, RefusalsArriveOnceOnTheMainThreadWithStatusAndServerMessage) {
+E2E_SUITE_ON_EACH_TRANSPORT(EndToEndFailureTest);
+
+TEST_P(EndToEndFailureTest, RefusalsArriveOnceOnTheMainThreadWithStatusAndServerMessage) {
     const std::string token = kSandboxToken;
     const RefusalRow rows[] = {
         {"wrong token", "not-the-token", fetch("rsv_0003"), 401, "The bearer token is not valid for this service."},
@@ -51,7 +53,7 @@ TEST(EndToEndFailureTest, RefusalsArriveOnceOnTheMainThreadWithStatusAndServerMe
     auto sandbox = startSandbox();
     for (const RefusalRow& row : rows) {
         SCOPED_TRACE(row.name);
-        Client client(sandbox->baseUrl(), row.token);
+        Client client(sandbox->baseUrl(), row.token, transport());
         const VLMErrorPtr error = onlyFailure(client, row.call);
         ASSERT_NE(error, nullptr);
         EXPECT_EQ(error->code(), VLMErrorCode::HTTPStatus) << error->description();
@@ -72,7 +74,7 @@ struct FaultRow {
     std::optional<long> status;
 };
 
-TEST(EndToEndFailureTest, TransportFaultsReachEachKindOfOperationAsOneErrorOnTheMainThread) {
+TEST_P(EndToEndFailureTest, TransportFaultsReachEachKindOfOperationAsOneErrorOnTheMainThread) {
     // One of each kind of request and reply; each would succeed without the fault.
     const OperationRow operations[] = {
         {"fetch (GET)", fetch("rsv_0003")},
@@ -93,7 +95,7 @@ TEST(EndToEndFailureTest, TransportFaultsReachEachKindOfOperationAsOneErrorOnThe
             sandbox->resetData();
             sandbox->clearRequests();
             sandbox->setFault(fault.fault);
-            Client client(sandbox->baseUrl(), kSandboxToken);
+            Client client(sandbox->baseUrl(), kSandboxToken, transport());
             const VLMErrorPtr error = onlyFailure(client, operation.call);
             sandbox->clearFaults();
             ASSERT_NE(error, nullptr);

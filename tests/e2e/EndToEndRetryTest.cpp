@@ -12,14 +12,16 @@ using namespace std::chrono_literals;
 using namespace e2e;
 using pmssandbox::Fault;
 
-TEST(EndToEndRetryTest, LostRepliesOfKeyedPaymentsAndChargesArePostedOnceAndUnkeyedOnesAreNotSentAgain) {
+E2E_SUITE_ON_EACH_TRANSPORT(EndToEndRetryTest);
+
+TEST_P(EndToEndRetryTest, LostRepliesOfKeyedPaymentsAndChargesArePostedOnceAndUnkeyedOnesAreNotSentAgain) {
     constexpr int kDrops = 2;
     const std::string pay3 = "guest/reservations/rsv_0003/transactions";
     const std::string charge3 = "guest/reservations/rsv_0003/charge";
     for (const bool keys : {true, false}) {
         SCOPED_TRACE(keys ? "idempotency keys on" : "idempotency keys off");
         auto sandbox = startSandbox();
-        Client client(sandbox->baseUrl(), kSandboxToken, VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
+        Client client(sandbox->baseUrl(), kSandboxToken, transport(), VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
                       {kDrops + 2, 1ms, 20ms, keys});
         const auto postings = [](const VLMSDKAPIManager& through) {
             DeliveryLog log;
@@ -50,6 +52,6 @@ TEST(EndToEndRetryTest, LostRepliesOfKeyedPaymentsAndChargesArePostedOnceAndUnke
             EXPECT_EQ(log.at(0).error->code(), VLMErrorCode::Transport);
         }
         // One payment line and one charge line, however many attempts: no double posting.
-        EXPECT_EQ(postings(Client(sandbox->baseUrl(), kSandboxToken).api()), before + 2);
+        EXPECT_EQ(postings(Client(sandbox->baseUrl(), kSandboxToken, transport()).api()), before + 2);
     }
 }

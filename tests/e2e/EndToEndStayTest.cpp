@@ -26,9 +26,11 @@ std::shared_ptr<Record> step(const Client& client, std::deque<DeliveryLog>& logs
     return std::dynamic_pointer_cast<Record>(delivery.record);
 }
 
-TEST(EndToEndStayTest, WalksOneStayThroughAllEightOperations) {
+E2E_SUITE_ON_EACH_TRANSPORT(EndToEndStayTest);
+
+TEST_P(EndToEndStayTest, WalksOneStayThroughAllEightOperations) {
     auto sandbox = startSandbox();
-    Client client(sandbox->baseUrl(), kSandboxToken);
+    Client client(sandbox->baseUrl(), kSandboxToken, transport());
     std::deque<DeliveryLog> logs;
 
     const auto created = step<VLMSDKReservation>(client, logs, create("HLI-48213", "ven_harborlight", "Quillfeather"));

@@ -43,10 +43,12 @@ bool DeliveryLog::waitFor(std::size_t expected) const {
     return VLMSDKMainQueue::runUntil([this, expected] { return count() >= expected; }, kDeliveryLimit);
 }
 
-Client::Client(const std::string& baseURL, std::optional<std::string> token, VLMSDKHTTPRequestManagerOptions::Mode mode,
+Client::Client(const std::string& baseURL, std::optional<std::string> token,
+               VLMSDKHTTPRequestManagerOptions::Transport transport, VLMSDKHTTPRequestManagerOptions::Mode mode,
                VLMSDKRetryPolicy retry)
     : transport_(std::make_shared<VLMSDKHTTPRequestManager>([&] {
           VLMSDKHTTPRequestManagerOptions options;
+          options.transport = transport;
           options.mode = mode;
           options.maximumLiveTransfers = 1;  // one connection to the service
           options.retry = retry;

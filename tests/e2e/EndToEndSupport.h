@@ -5,6 +5,8 @@
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 #include <pmssandbox/SandboxServer.h>
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -68,7 +70,7 @@ private:
 /// kit's own reports. Concurrency on the kit's side (callers, network thread, main thread) is unchanged.
 class Client {
 public:
-    Client(const std::string& baseURL, std::optional<std::string> token,
+    Client(const std::string& baseURL, std::optional<std::string> token, VLMSDKHTTPRequestManagerOptions::Transport transport,
            VLMSDKHTTPRequestManagerOptions::Mode mode = VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
            VLMSDKRetryPolicy retry = {});
     ~Client();
@@ -83,6 +85,26 @@ private:
     std::shared_ptr<VLMSDKHTTPRequestManager> transport_;
     VLMSDKAPIManager api_;
 };
+
+/// A suite whose tests run once on each transport the request manager has: what is tested end to end is
+/// what a host runs, whichever it picks.
+class OnEachTransport : public ::testing::TestWithParam<VLMSDKHTTPRequestManagerOptions::Transport> {
+protected:
+    VLMSDKHTTPRequestManagerOptions::Transport transport() const { return GetParam(); }
+};
+
+/// Declares `Suite` on OnEachTransport, instantiated as LibCurl/Suite.* and HTTP1/Suite.*.
+#define E2E_SUITE_ON_EACH_TRANSPORT(Suite)                                                                       \
+    class Suite : public ::e2e::OnEachTransport {};                                                              \
+    INSTANTIATE_TEST_SUITE_P(LibCurl, Suite, ::testing::Values(VLMSDKHTTPRequestManagerOptions::Transport::LibCurl), \
+                             ::e2e::transportName);                                                              \
+    INSTANTIATE_TEST_SUITE_P(HTTP1, Suite, ::testing::Values(VLMSDKHTTPRequestManagerOptions::Transport::HTTP1),     \
+                             ::e2e::transportName)
+
+/// "LibCurl" or "HTTP1": the name a test instance carries.
+inline std::string transportName(const ::testing::TestParamInfo<VLMSDKHTTPRequestManagerOptions::Transport>& info) {
+    return info.param == VLMSDKHTTPRequestManagerOptions::Transport::LibCurl ? "LibCurl" : "HTTP1";
+}
 
 /// The local reservation service on 127.0.0.1:0, serving the project's seed file.
 std::unique_ptr<pmssandbox::SandboxServer> startSandbox();

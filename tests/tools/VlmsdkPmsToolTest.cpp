@@ -1,6 +1,7 @@
 // The vlmsdk-pms tool as a user runs it: a process, its exit status and its two output streams.
 #include "ToolProcess.h"
 
+#include <TestCertificates.h>
 #include <TestHTTPServer.h>
 
 #include <pmssandbox/SandboxServer.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -25,14 +27,16 @@ const std::string fallbackNotice =
 constexpr const char* kToken = "separate-token";
 
 // Every run keeps its state in a directory of its own, never in the user's, and leaves no service behind.
-class VlmsdkPmsToolTest : public ::testing::Test {
+// Each test runs the tool on each transport (VLMSDK_PMS_TRANSPORT): LibCurl/... and HTTP1/...
+class VlmsdkPmsToolTest : public ::testing::TestWithParam<const char*> {
 protected:
     void TearDown() override {
         tool({"sandbox", "stop"});
         std::filesystem::remove_all(stateHome_);
     }
     ToolRun tool(const Arguments& arguments) const {
-        return runTool(VLMSDK_PMS_EXE, arguments, {"XDG_STATE_HOME=" + stateHome_.string()});
+        return runTool(VLMSDK_PMS_EXE, arguments,
+                       {"XDG_STATE_HOME=" + stateHome_.string(), std::string("VLMSDK_PMS_TRANSPORT=") + GetParam()});
     }
     // `arguments` against `service`, a service that is not part of the tool, reached only by URL and token.
     ToolRun toolAt(const pmssandbox::SandboxServer& service, Arguments arguments) const {
@@ -41,10 +45,13 @@ protected:
     }
 
 private:
-    std::filesystem::path stateHome_ =
-        std::filesystem::temp_directory_path() /
-        ("vlmsdk-pms-test-" + std::to_string(getpid()) + "-" +
-         ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::path stateHome_ = [] {
+        // "LibCurl/VlmsdkPmsToolTest.Name/0" as one directory name.
+        std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->test_suite_name();
+        name.append("-").append(::testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::replace(name.begin(), name.end(), '/', '-');
+        return std::filesystem::temp_directory_path() / ("vlmsdk-pms-test-" + std::to_string(getpid()) + "-" + name);
+    }();
 };
 
 pmssandbox::SandboxConfig serviceConfig() {
@@ -78,7 +85,7 @@ nlohmann::json parsedDocument(const std::string& text) {
 }
 
 // With no background service, the demo runs on one of its own, says so, and walks the whole stay.
-TEST_F(VlmsdkPmsToolTest, DemoWalksTheWholeStayAndPrintsEveryStepAsTextOrAsOneDocument) {
+TEST_P(VlmsdkPmsToolTest, DemoWalksTheWholeStayAndPrintsEveryStepAsTextOrAsOneDocument) {
     const ToolRun run = tool({"demo"});
     ASSERT_EQ(run.exitStatus, 0) << run.err;
     EXPECT_EQ(run.err, fallbackNotice);
@@ -104,7 +111,7 @@ TEST_F(VlmsdkPmsToolTest, DemoWalksTheWholeStayAndPrintsEveryStepAsTextOrAsOneDo
 
 // A bad value for each flag and argument of each subcommand is one line naming it, exit 2; the service's own
 // request log shows that nothing reached it. Which values each kind refuses is PMSArgumentRulesTest's table.
-TEST_F(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
+TEST_P(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
     const ToolRun started = tool({"--json", "sandbox", "start", "--port", "0"});
     ASSERT_EQ(started.exitStatus, 0) << started.err;
     const std::string hostAndPort = parsedDocument(started.out).at("url").get<std::string>().substr(7);
@@ -177,7 +184,7 @@ TEST_F(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
 }
 
 // A failed operation is one line: what failed, the status and the server's message, and a hint.
-TEST_F(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
+TEST_P(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
     pmssandbox::SandboxServer service(serviceConfig());
     ASSERT_TRUE(service.start()) << service.lastError();
     pmssandbox::SandboxServer stopped(serviceConfig());
@@ -188,11 +195,17 @@ TEST_F(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
     pmssandbox::SandboxServer slow(serviceConfig());
     slow.setFault(pmssandbox::Fault::delay(std::chrono::seconds(30)));
     ASSERT_TRUE(slow.start()) << slow.lastError();
+    // Over TLS the handshake fails first: the hint must fit why.
+    const auto& certificates = TestCertificates::shared();
+    const TestHTTPServer ownAuthority([](httplib::Server&) {},
+                                      TestHTTPServer::TLSFiles(certificates.loopbackCert, certificates.serverKey));
+    const TestHTTPServer otherName([](httplib::Server&) {},
+                                   TestHTTPServer::TLSFiles(certificates.otherHostCert, certificates.serverKey));
 
     struct Row {
         std::string url;
         std::string token;
-        Arguments command;
+        Arguments command;  // options before the subcommand included
         std::vector<std::string> said;  // in order; the last is the hint
         nlohmann::json httpStatus;
     };
@@ -210,6 +223,9 @@ TEST_F(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
          {"fetch failed: ", "Is a reservation service running at " + refusedShown + "?"}, nullptr},
         {slow.baseUrl(), kToken, {"fetch", "rsv_0003", "--timeout", "0.2"},
          {"fetch failed: ", "No answer came from " + slow.baseUrl() + " in time", "--timeout"}, nullptr},
+        {ownAuthority.url("/"), kToken, {"fetch", "rsv_0003"}, {"fetch failed: ", "--ca-file"}, nullptr},
+        {otherName.url("/"), kToken, {"--ca-file", certificates.caFile, "fetch", "rsv_0003"},
+         {"fetch failed: ", "the host name its certificate names"}, nullptr},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.url + " " + ::testing::PrintToString(row.command));
@@ -228,7 +244,7 @@ TEST_F(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
         EXPECT_EQ(json.exitStatus, 1);
         EXPECT_EQ(json.err, "");
         const nlohmann::json error = parsedDocument(json.out).value("error", nlohmann::json::object());
-        EXPECT_EQ(error.value("operation", ""), row.command.front());
+        EXPECT_EQ(error.value("operation", ""), row.command.front().starts_with("--") ? row.command[2] : row.command.front());
         EXPECT_EQ(error.value("httpStatus", nlohmann::json()), row.httpStatus);
         expectInOrder(error.value("hint", ""), {row.said.back()});
         EXPECT_EQ((run.err + json.out).find("secret"), std::string::npos);
@@ -239,7 +255,7 @@ TEST_F(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
 }
 
 // What a service says is shown escaped and cut: it cannot clear the terminal, fake a line or flood it.
-TEST_F(VlmsdkPmsToolTest, TheServersWordsAreEscapedAndCut) {
+TEST_P(VlmsdkPmsToolTest, TheServersWordsAreEscapedAndCut) {
     const std::string hostile = "\x1b[2J\rvlmsdk-pms: all good";
     const std::string huge(5 * 1024 * 1024, 'x');
     TestHTTPServer service([&](httplib::Server& server) {
@@ -270,7 +286,7 @@ TEST_F(VlmsdkPmsToolTest, TheServersWordsAreEscapedAndCut) {
 }
 
 // -v: one line per request; -vv: headers and bodies too, with the token, card ids and the URL's password hidden.
-TEST_F(VlmsdkPmsToolTest, VerboseShowsTheWireWithoutSecrets) {
+TEST_P(VlmsdkPmsToolTest, VerboseShowsTheWireWithoutSecrets) {
     pmssandbox::SandboxServer service(serviceConfig());
     ASSERT_TRUE(service.start()) << service.lastError();
     const std::string port = std::to_string(service.port());
@@ -301,7 +317,7 @@ TEST_F(VlmsdkPmsToolTest, VerboseShowsTheWireWithoutSecrets) {
     EXPECT_EQ(service.requestCount("POST", "guest/reservations/rsv_0003"), 2u);
 }
 
-TEST_F(VlmsdkPmsToolTest, ConfirmSaysWhetherNotificationWasAskedFor) {
+TEST_P(VlmsdkPmsToolTest, ConfirmSaysWhetherNotificationWasAskedFor) {
     pmssandbox::SandboxServer service(serviceConfig());
     ASSERT_TRUE(service.start()) << service.lastError();
     for (const bool notify : {false, true}) {
@@ -322,7 +338,7 @@ TEST_F(VlmsdkPmsToolTest, ConfirmSaysWhetherNotificationWasAskedFor) {
 
 // The background service: five commands, five processes, one stay; its admin API through the tool; the demo
 // again and again on the state it keeps.
-TEST_F(VlmsdkPmsToolTest, SeparateCommandsShareTheBackgroundServiceUntilItStops) {
+TEST_P(VlmsdkPmsToolTest, SeparateCommandsShareTheBackgroundServiceUntilItStops) {
     EXPECT_EQ(tool({"sandbox", "status"}).exitStatus, 3);
     const ToolRun started = tool({"sandbox", "start", "--port", "0"});
     ASSERT_EQ(started.exitStatus, 0) << started.err;
@@ -373,5 +389,11 @@ TEST_F(VlmsdkPmsToolTest, SeparateCommandsShareTheBackgroundServiceUntilItStops)
     EXPECT_EQ(tool({"sandbox", "status"}).exitStatus, 3);
     EXPECT_EQ(tool({"sandbox", "list"}).exitStatus, 3);
 }
+
+std::string transportName(const ::testing::TestParamInfo<const char*>& info) {
+    return std::string_view(info.param) == "libcurl" ? "LibCurl" : "HTTP1";
+}
+INSTANTIATE_TEST_SUITE_P(LibCurl, VlmsdkPmsToolTest, ::testing::Values("libcurl"), transportName);
+INSTANTIATE_TEST_SUITE_P(HTTP1, VlmsdkPmsToolTest, ::testing::Values("http1"), transportName);
 
 }  // namespace

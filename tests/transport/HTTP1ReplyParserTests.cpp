@@ -111,7 +111,10 @@ const std::vector<Row>& refusedReplies() {
         {"folded field", "HTTP/1.1 200 OK\r\nX-A: 1\r\n 2\r\nContent-Length: 0\r\n\r\n", false, false, S::Failed,
          F::Malformed, 200, "", false, 0},
         {"bare LF inside a field", "HTTP/1.1 200 OK\r\nX-A: 1\nContent-Length: 0\r\n\r\n", false, false, S::Failed,
-         F::Malformed, 200, "", false, 0},
+         F::Malformed, 0, "", false, 0},
+        // Refused as soon as it is seen: no CR LF CR LF would ever end this head.
+        {"every line ending in a bare LF", "HTTP/1.1 200 OK\nContent-Length: 2\n\n{}", false, false, S::Failed,
+         F::Malformed, 0, "", false, 0},
         {"lengths that disagree", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\nContent-Length: 3\r\n\r\n{}", false, false,
          S::Failed, F::Malformed, 200, "", false, 0},
         {"signed length", "HTTP/1.1 200 OK\r\nContent-Length: +2\r\n\r\n{}", false, false, S::Failed, F::Malformed, 200,
@@ -171,6 +174,10 @@ TEST(VLMSDKHTTP1ReplyParser, HoldsItsLimitsWhateverTheFraming) {
     Parser::Limits limits;
     limits.headerBytes = 64;
     limits.bodyBytes = 4;
+    limits.interimReplies = 2;
+    limits.trailerFields = 2;
+    const std::string interim = "HTTP/1.1 100 Continue\r\n\r\n";
+    const std::string chunkedHead = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n";
     const std::vector<Row> rows = {
         {"body at the limit", "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n[12]", false, false, S::Complete, F::None,
          200, "[12]", true, 0},
@@ -185,6 +192,17 @@ TEST(VLMSDKHTTP1ReplyParser, HoldsItsLimitsWhateverTheFraming) {
         {"trailer line past the head's limit",
          "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nT: " + std::string(64, 't') + "\r\n\r\n", false,
          false, S::Failed, F::Malformed, 200, "", false, 0},
+        // However long the time limit: a server could otherwise keep a request busy for ever.
+        {"interim replies at the limit", interim + interim + "HTTP/1.1 204 No Content\r\n\r\n", false, false,
+         S::Complete, F::None, 204, "", true, 0},
+        {"one interim reply past the limit", interim + interim + interim, false, false, S::Failed, F::Malformed, 0, "",
+         false, 0},
+        {"trailer fields at the limit", chunkedHead + "A: 1\r\nB: 2\r\n\r\n", false, false, S::Complete, F::None, 200,
+         "", true, 0},
+        {"one trailer field past the limit", chunkedHead + "A: 1\r\nB: 2\r\nC: 3\r\n", false, false, S::Failed,
+         F::Malformed, 200, "", false, 0},
+        {"short trailer lines past the head's limit together", chunkedHead + "A: " + std::string(30, 'a') + "\r\nB: " +
+         std::string(30, 'b') + "\r\n", false, false, S::Failed, F::Malformed, 200, "", false, 0},
     };
     for (const Row& row : rows) checkEverySplit(row, limits);
 }

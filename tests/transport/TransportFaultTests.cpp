@@ -28,6 +28,7 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -182,13 +183,15 @@ private:
 };
 
 using Mode = VLMSDKHTTPRequestManagerOptions::Mode;
+using Transport = VLMSDKHTTPRequestManagerOptions::Transport;
 
-/// Each test runs with the main thread driving the transfers and with a network thread.
-class TransportFaults : public ::testing::TestWithParam<Mode> {
+/// Each test runs with the main thread driving the transfers and with a network thread, on each transport.
+class TransportFaults : public ::testing::TestWithParam<std::tuple<Mode, Transport>> {
 protected:
     VLMSDKHTTPRequestManagerOptions quick() const {
         VLMSDKHTTPRequestManagerOptions options;
-        options.mode = GetParam();
+        options.mode = std::get<Mode>(GetParam());
+        options.transport = std::get<Transport>(GetParam());
         options.connectTimeout = 2s;
         options.requestTimeout = 20s;
         return options;
@@ -257,7 +260,16 @@ TEST_P(TransportFaults, EachFetchEndsInOneCompletionPerRequestOnTheMainThreadWit
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, TransportFaults, ::testing::Values(Mode::Pumped, Mode::Threaded),
-                         [](const auto& info) { return info.param == Mode::Pumped ? "Pumped" : "Threaded"; });
+std::string modeName(const ::testing::TestParamInfo<std::tuple<Mode, Transport>>& info) {
+    return std::get<Mode>(info.param) == Mode::Pumped ? "Pumped" : "Threaded";
+}
+INSTANTIATE_TEST_SUITE_P(LibCurl, TransportFaults,
+                         ::testing::Combine(::testing::Values(Mode::Pumped, Mode::Threaded),
+                                            ::testing::Values(Transport::LibCurl)),
+                         modeName);
+INSTANTIATE_TEST_SUITE_P(HTTP1, TransportFaults,
+                         ::testing::Combine(::testing::Values(Mode::Pumped, Mode::Threaded),
+                                            ::testing::Values(Transport::HTTP1)),
+                         modeName);
 
 }  // namespace

@@ -81,6 +81,14 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
             ->envname("VLMSDK_PMS_CA_FILE")
             ->type_name("FILE")
             ->check(CLI::ExistingFile);
+    std::string transport = "libcurl";
+    app.add_option("--transport", transport,
+                   "Who speaks HTTP: libcurl, as a host app does, or http1, the core's own HTTP/1.1 connections "
+                   "(plain http to an address only; anything else still goes through libcurl)")
+        ->envname("VLMSDK_PMS_TRANSPORT")
+        ->type_name("libcurl|http1")
+        ->check(CLI::IsMember({"libcurl", "http1"}))
+        ->capture_default_str();
     app.add_flag("--json", settings.json, "Print one JSON document instead of text");
     app.add_flag("-v,--verbose", settings.verbosity,
                  "Show each HTTP request on standard error (twice: with headers and bodies)");
@@ -255,6 +263,7 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     if (tokenOption->count() > 0 || !token.empty()) settings.token = token;
     if (caFileOption->count() > 0 || !caFile.empty()) settings.caFile = caFile;
     settings.timeout = *PMSArgumentRules::seconds(timeout);
+    if (transport == "http1") settings.transport = VLMSDKHTTPRequestManagerOptions::Transport::HTTP1;
     // The tool reports every failure itself, once; -v shows the wire instead of the SDK's log lines.
     VLMSDKConsoleLogger::sharedLogger().setMaximumLevel(0);
     if (sandboxCommands.selected()) return sandboxCommands.run(settings);

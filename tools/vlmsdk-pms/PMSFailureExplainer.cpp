@@ -21,7 +21,11 @@ PMSFailure PMSFailureExplainer::explain(const std::string& operation, VLMErrorPt
     std::optional<std::string> status;
     switch (error->code()) {
     case VLMErrorCode::Transport:
-        if (mentions(message, "SSL") || mentions(message, "certificate")) {
+        if (mentions(message, "host name") || mentions(message, "subject name")) {
+            // A trusted certificate for another name: no CA file helps, the address must name the service.
+            hint = "The service's certificate is not for the host in " + serviceURL_ +
+                   ": give --base-url (or VLMSDK_PMS_BASE_URL) with the host name its certificate names.";
+        } else if (mentions(message, "SSL") || mentions(message, "certificate")) {
             hint = "For a service whose certificate comes from its own authority, give that authority's "
                    "certificate with --ca-file (or VLMSDK_PMS_CA_FILE).";
         } else {

@@ -84,8 +84,11 @@ std::optional<std::string> guests(const VLMSDKReservation& reservation) {
     for (const auto& guest : reservation.guests()) {
         if (!guest) continue;
         std::string name = shown(guest->firstName());
-        if (guest->lastName()) name += (name.empty() ? "" : " ") + shown(guest->lastName());
-        if (guest->profileCode()) name += (name.empty() ? "" : " ") + ("(profile " + shown(guest->profileCode()) + ")");
+        // Appended piece by piece: g++ 12 at -O3 warns falsely (-Wrestrict) on "text" + std::string.
+        if (guest->lastName()) name.append(name.empty() ? "" : " ").append(shown(guest->lastName()));
+        if (guest->profileCode()) {
+            name.append(name.empty() ? "" : " ").append("(profile ").append(shown(guest->profileCode())).append(")");
+        }
         if (name.empty()) continue;
         if (!lines.empty()) lines += '\n';
         lines += name;

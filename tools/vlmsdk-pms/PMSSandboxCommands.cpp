@@ -274,7 +274,8 @@ int PMSSandboxCommands::follow(const Target& target, const PMSSettings& settings
         if (!document) return kFailed;
         for (const json& entry : (*document)["requests"]) {
             // One still in flight is shown once it is answered, and holds back those after it.
-            if (entry["note"] == "in flight") break;
+            const json* note = entry.contains("note") ? &entry["note"] : nullptr;
+            if (note && note->is_string() && note->get_ref<const std::string&>() == "in flight") break;
             shown = entry["sequence"].get<std::uint64_t>();
             out_ << (settings.json ? entry.dump() : requestLine(entry)) << std::endl;
         }

@@ -15,11 +15,9 @@
 
 namespace {
 
-void enableKit(const std::string& baseURL, const std::optional<std::string>& token) {
+void enableKit() {
     auto configuration = std::make_shared<VLMSDKConfiguration>();
     configuration->setKits({std::make_shared<const VLMSDKConfigurationKit>(VLMSDKPMS::classDescriptor())});
-    configuration->setServiceBaseURL(baseURL);
-    configuration->setAccessToken(token);
     VLMSDKPMS::enableWithConfiguration(configuration);
 }
 
@@ -54,13 +52,14 @@ std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettin
     connection->shownURL_ = url ? url->shown() : connection->baseURL_;
     connection->token_ = token.value_or("");
 
-    enableKit(connection->baseURL_, token);
+    enableKit();
 
     auto builder = std::make_shared<VLMSDKRequestBuilder>(connection->baseURL_);
     builder->setAccessToken(token);
     VLMSDKHTTPRequestManagerOptions options;
     options.requestTimeout = settings.timeout;
     options.caFile = settings.caFile;
+    options.transport = settings.transport;
     options.connectTimeout = std::min<std::chrono::milliseconds>(settings.timeout, std::chrono::seconds(10));
     options.exchangeObserver = std::move(observer);
     connection->requestManager_ = std::make_shared<VLMSDKHTTPRequestManager>(options);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKHTTPRequestManagerOptions.h>
+
 #include <chrono>
 #include <optional>
 #include <string>
@@ -18,6 +20,9 @@ struct PMSSettings {
     /// 0: nothing but the outcome; 1: a line per HTTP attempt on standard error; 2 or more: its headers and
     /// bodies too (see PMSWireLog).
     int verbosity = 0;
+    /// Who speaks HTTP: libcurl (the default, as in a host app), or the core's own HTTP/1.1 connections for
+    /// plain http to an address.
+    VLMSDKHTTPRequestManagerOptions::Transport transport = VLMSDKHTTPRequestManagerOptions::Transport::LibCurl;
     /// How long one operation may take before the tool gives up on it.
     std::chrono::milliseconds timeout{std::chrono::seconds(30)};
 };

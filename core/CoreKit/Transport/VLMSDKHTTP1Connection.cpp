@@ -136,6 +136,12 @@ VLMSDKHTTP1Connection::Step VLMSDKHTTP1Connection::start(std::string request, VL
     return sendSome();
 }
 
+bool VLMSDKHTTP1Connection::stillUsable() const {
+    if (phase_ != Phase::Idle) return false;
+    pollfd look{socket_, POLLIN, 0};
+    return ::poll(&look, 1, 0) == 0;
+}
+
 short VLMSDKHTTP1Connection::events() const {
     switch (phase_) {
         case Phase::Connecting:

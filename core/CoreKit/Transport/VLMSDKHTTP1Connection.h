@@ -68,6 +68,9 @@ public:
     bool connecting() const { return phase_ == Phase::Connecting; }
     /// Whether the connection is between exchanges (answered, not failed).
     bool idle() const { return phase_ == Phase::Idle; }
+    /// Whether an idle connection may carry the next request, looked at now: one the server wrote to or
+    /// closed while it sat idle may not (the next request would be lost on it, or read a stale reply).
+    bool stillUsable() const;
     /// Whether the current exchange is not the connection's first: a NoAnswer then usually means the server
     /// closed it while it was idle, and a request that may be repeated can go again on a new connection.
     bool reused() const { return exchanges_ > 1; }

@@ -111,8 +111,18 @@ std::size_t VLMSDKHTTP1ReplyParser::readHead(std::string_view bytes) {
     // Look for the blank line from where the last piece could have started it.
     const std::size_t from = line_.size() < 3 ? 0 : line_.size() - 3;
     const std::size_t room = limits_.headerBytes - std::min(limits_.headerBytes, line_.size());
+    const std::size_t had = line_.size();
     line_.append(bytes.substr(0, std::min(bytes.size(), room)));
     const auto end = line_.find("\r\n\r\n", from);
+    // A line ending in a bare LF would never end the head here, while another reader takes it: refused at
+    // once rather than waited on.
+    const std::size_t scanned = end == std::string::npos ? line_.size() : end + 4;
+    for (std::size_t i = had; i < scanned; ++i) {
+        if (line_[i] == '\n' && (i == 0 || line_[i - 1] != '\r')) {
+            fail(Failure::Malformed, "The reply's header has a line ending in a bare LF, not CR LF.");
+            return bytes.size();
+        }
+    }
     if (end == std::string::npos) {
         if (line_.size() >= limits_.headerBytes) {
             fail(Failure::HeadersTooLarge,
@@ -127,6 +137,12 @@ std::size_t VLMSDKHTTP1ReplyParser::readHead(std::string_view bytes) {
     if (!parseHead()) return used;
     line_.clear();
     if (status_ >= 100 && status_ < 200) {
+        status_ = 0;  // an interim reply is no status of the reply's
+        if (++interimReplies_ > limits_.interimReplies) {
+            fail(Failure::Malformed,
+                 "The server sent more than " + std::to_string(limits_.interimReplies) + " interim (1xx) replies.");
+            return used;
+        }
         headers_.clear();  // an interim reply: the real one follows
         status_ = 0;
         return used;
@@ -247,14 +263,17 @@ bool VLMSDKHTTP1ReplyParser::startBody() {
 
 std::size_t VLMSDKHTTP1ReplyParser::readChunkLine(std::string_view bytes, Phase phase) {
     // Up to and with the line's end only: what follows is chunk data, or the next line.
-    const std::size_t bound = phase == Phase::Trailer        ? limits_.headerBytes
+    // The trailer section as a whole is bounded like a head.
+    const std::size_t bound = phase == Phase::Trailer        ? limits_.headerBytes - std::min(limits_.headerBytes, trailerBytes_)
                               : phase == Phase::ChunkDataEnd ? kLineEnd.size()
                                                              : kChunkLineBytes;
     const auto newline = bytes.find('\n');
     const std::size_t used = newline == std::string_view::npos ? bytes.size() : newline + 1;
     if (line_.size() + used > bound) {
         fail(Failure::Malformed, phase == Phase::ChunkDataEnd ? "A chunk of the reply does not end where its size says."
-                                                              : "A chunk line of the reply is too long.");
+                                 : phase == Phase::Trailer
+                                     ? "The reply's trailer section is over " + std::to_string(limits_.headerBytes) + " bytes."
+                                     : "A chunk line of the reply is too long.");
         return used;
     }
     line_.append(bytes.substr(0, used));
@@ -274,7 +293,16 @@ std::size_t VLMSDKHTTP1ReplyParser::readChunkLine(std::string_view bytes, Phase 
             break;
         case Phase::Trailer:
             // Trailer fields are read past, not kept; the blank line ends the reply.
-            if (line.empty()) complete();
+            if (line.empty()) {
+                complete();
+                break;
+            }
+            trailerBytes_ += line_.size();
+            if (++trailerFields_ > limits_.trailerFields) {
+                fail(Failure::Malformed, "The reply's trailer section has more than " +
+                                             std::to_string(limits_.trailerFields) + " fields.");
+                return used;
+            }
             break;
         default: {
             std::uint64_t size = 0;

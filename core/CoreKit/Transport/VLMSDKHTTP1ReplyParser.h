@@ -12,8 +12,9 @@ namespace vlmsdk::detail {
 
 /// Reads one HTTP/1.x reply as its bytes arrive, in pieces of any size: the status line, the header fields,
 /// then a body framed by Content-Length, by the chunked transfer coding or by the end of the connection.
-/// Interim (1xx) replies are skipped. Strict where leniency lets a reply be read two ways (a space before a
-/// colon, folded lines, conflicting lengths, codings other than chunked): it fails instead. Read by the core's
+/// Interim (1xx) replies are skipped, up to a limit. Strict where leniency lets a reply be read two ways (a
+/// space before a colon, folded lines, lines ending in a bare LF, conflicting lengths, codings other than
+/// chunked): it fails instead, at once. Read by the core's
 /// own HTTP/1.1 connections; one parser per exchange, one thread at a time.
 class VLMSDKHTTP1ReplyParser {
 public:
@@ -21,9 +22,13 @@ public:
     enum class Failure { None, Malformed, HeadersTooLarge, BodyTooLarge, Truncated };
     using Headers = std::vector<std::pair<std::string, std::string>>;
 
+    /// Each bounds what a server could otherwise send for ever, whatever the request's time limit.
     struct Limits {
-        std::size_t headerBytes = 64 * 1024;   ///< status line and fields together, per (interim) reply
+        std::size_t headerBytes = 64 * 1024;   ///< status line and fields together, per (interim) reply; and
+                                               ///< the trailer section of a chunked body
         std::optional<std::size_t> bodyBytes;  ///< none: no limit
+        std::size_t interimReplies = 5;        ///< 1xx replies before the final one
+        std::size_t trailerFields = 64;        ///< fields in the trailer section of a chunked body
     };
 
     /// `bodyless`: the request was HEAD, whose reply has no body whatever its fields say.
@@ -79,6 +84,9 @@ private:
     Headers headers_;
     std::string body_;
     std::uint64_t remaining_ = 0;  // of the body (Length) or of the chunk (ChunkData)
+    std::size_t interimReplies_ = 0;
+    std::size_t trailerBytes_ = 0;
+    std::size_t trailerFields_ = 0;
     bool keepAlive_ = false;
 };
 

@@ -1,5 +1,7 @@
 #include "VLMSDKHTTPEngine.h"
 
+#include "../VLMSDKRequestCheck.h"
+
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
 
 #include <algorithm>
@@ -65,6 +67,15 @@ std::shared_ptr<VLMSDKHTTPEngine> VLMSDKHTTPEngine::start(std::shared_ptr<const 
         *error = engineError(VLMErrorCode::Transport, "libcurl could not make a multi handle.", __func__);
         return nullptr;
     }
+    // The multi handle shares connections and names looked up; TLS sessions are shared here, so that every
+    // new connection of the manager after the first resumes one instead of a full handshake. One thread
+    // drives the engine at a time: no lock functions.
+    engine->share_ = curl_share_init();
+    if (!engine->share_ ||
+        curl_share_setopt(engine->share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION) != CURLSHE_OK) {
+        *error = engineError(VLMErrorCode::Transport, "libcurl could not share TLS sessions.", __func__);
+        return nullptr;
+    }
     CURLM* multi = engine->multi_;
     curl_multi_setopt(multi, CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
     // libcurl's default cache size follows the number of live transfers and shrinks as they finish,
@@ -125,6 +136,7 @@ VLMSDKHTTPEngine::~VLMSDKHTTPEngine() {
     }
     transfers_.clear();
     if (multi_) curl_multi_cleanup(multi_);
+    if (share_) curl_share_cleanup(share_);  // after every handle that used it
     if (wakeDescriptor_ >= 0) ::close(wakeDescriptor_);
 }
 
@@ -392,8 +404,9 @@ int VLMSDKHTTPEngine::onTimer(CURLM*, long milliseconds, void* engine) {
 
 void VLMSDKHTTPEngine::admit(std::vector<VLMSDKHTTPPendingRequest>& arrived) {
     for (auto& pending : arrived) {
+        // Checked here, before either transport sees it, whatever made the request.
         if (auto rejection =
-                errorOr(outOfMemory_, [&] { return VLMSDKHTTPTransfer::rejectionOf(pending.request.get()); })) {
+                errorOr(outOfMemory_, [&] { return VLMSDKRequestCheck::rejectionOf(pending.request.get()); })) {
             complete(pending.completion, {nullptr, nullptr, std::move(rejection)});
             continue;
         }
@@ -428,13 +441,11 @@ void VLMSDKHTTPEngine::startWaiting() {
             // Out of memory: libcurl may still manage.
         }
         if (target) {
-            const bool repeatable = pending.request->method() == "GET";
             transfer->take(std::move(pending));
             transfer->setLive(true);
             ++live_;
             requestsSent_.fetch_add(1, std::memory_order_relaxed);
-            // A POST or PATCH without an idempotency key goes on a connection of its own, as with libcurl.
-            startOnWire(*transfer, *target, repeatable || transfer->isKeyed());
+            startOnWire(*transfer, *target, true);
             continue;
         }
         error = errorOr(outOfMemory_, [&] { return transfer->load(std::move(pending)); });
@@ -618,7 +629,7 @@ void VLMSDKHTTPEngine::cancelAll() {
 }
 
 std::optional<VLMSDKHTTP1Connection::Target> VLMSDKHTTPEngine::wireTarget(const VLMSDKRequest& request) const {
-    if (options_->transport != Options::Transport::Automatic || proxyApplies_) return std::nullopt;
+    if (options_->transport != Options::Transport::HTTP1 || proxyApplies_) return std::nullopt;
     return VLMSDKHTTP1Connection::Target::of(request.url());
 }
 
@@ -629,17 +640,28 @@ VLMSDKHTTPEngine::Wire* VLMSDKHTTPEngine::wireOf(const VLMSDKHTTPTransfer& trans
     return nullptr;
 }
 
+VLMSDKHTTPEngine::Wire* VLMSDKHTTPEngine::keptWire(const std::string& authority,
+                                                  std::chrono::steady_clock::time_point now) {
+    for (const auto& kept : wires_) {
+        if (!kept->connection || kept->transfer || kept->authority != authority) continue;
+        // As libcurl does before it reuses one: too old, or written to or closed while idle, it goes.
+        const bool tooOld =
+            options_->maximumIdleTime.count() > 0 && now - kept->idleSince > options_->maximumIdleTime;
+        if (tooOld || !kept->connection->stillUsable()) {
+            kept->connection.reset();
+            continue;
+        }
+        return kept.get();
+    }
+    return nullptr;
+}
+
 void VLMSDKHTTPEngine::startOnWire(VLMSDKHTTPTransfer& transfer, const VLMSDKHTTP1Connection::Target& target,
-                                   bool mayReuse) {
+                                   bool mayReuse, std::optional<std::chrono::steady_clock::time_point> answerBy) {
     const auto now = std::chrono::steady_clock::now();
     Wire* wire = nullptr;
     try {
-        for (const auto& kept : wires_) {
-            if (mayReuse && kept->connection && !kept->transfer && kept->authority == target.authority) {
-                wire = kept.get();
-                break;
-            }
-        }
+        if (mayReuse) wire = keptWire(target.authority, now);
         if (!wire) {
             std::string failure;
             auto connection = VLMSDKHTTP1Connection::open(target, &failure);
@@ -651,13 +673,14 @@ void VLMSDKHTTPEngine::startOnWire(VLMSDKHTTPTransfer& transfer, const VLMSDKHTT
                                      transfer.finishFromWire(CURLE_COULDNT_CONNECT, nullptr, failure, reader_));
             }
             wires_.push_back(std::make_unique<Wire>(
-                Wire{target.authority, std::move(connection), nullptr, std::nullopt, std::nullopt}));
+                Wire{target.authority, std::move(connection), nullptr, std::nullopt, std::nullopt, now}));
             wire = wires_.back().get();
             connectionsOpened_.fetch_add(1, std::memory_order_relaxed);
             if (options_->connectTimeout.count() > 0) wire->connectBy = now + options_->connectTimeout;
         }
         wire->transfer = &transfer;
-        if (options_->requestTimeout.count() > 0) wire->answerBy = now + options_->requestTimeout;
+        wire->answerBy = answerBy;
+        if (!answerBy && options_->requestTimeout.count() > 0) wire->answerBy = now + options_->requestTimeout;
         VLMSDKHTTP1ReplyParser::Limits limits;
         limits.bodyBytes = options_->maximumReplySize;
         std::string text = VLMSDKHTTP1Connection::requestText(*transfer.request(), target, transfer.idempotencyKey());
@@ -694,17 +717,21 @@ void VLMSDKHTTPEngine::settleWire(Wire& wire, VLMSDKHTTP1Connection::Step step) 
     if (step == Step::Answered) return finishOnWire(wire, CURLE_OK, {});
     VLMSDKHTTPTransfer& transfer = *wire.transfer;
     // A kept connection the server closed while it was idle fails before any byte of an answer (closed,
-    // reset, or refusing the request): what may be repeated goes on a new connection, once.
+    // reset, or refusing the request): what may be repeated goes on a new connection, once, within the
+    // first deadline. What may not is not sent again: the service may have acted on it.
     const bool repeatable = transfer.request()->method() == "GET" || transfer.isKeyed();
     const bool died = connection.failure() == Failure::NoAnswer || connection.failure() == Failure::Send ||
                       connection.failure() == Failure::Receive;
-    if (died && connection.reused() && !connection.reply().receivedAnything() && repeatable) {
+    const bool diedBeforeAnswer = died && connection.reused() && !connection.reply().receivedAnything();
+    if (diedBeforeAnswer && repeatable) {
         if (const auto target = VLMSDKHTTP1Connection::Target::of(transfer.request()->url())) {
+            const auto answerBy = wire.answerBy;
             wire.connection.reset();
             wire.transfer = nullptr;
-            return startOnWire(transfer, *target, false);
+            return startOnWire(transfer, *target, false, answerBy);
         }
     }
+    if (diedBeforeAnswer) return finishOnWire(wire, CURLE_SEND_FAIL_REWIND, connection.failureMessage());
     CURLcode result = CURLE_RECV_ERROR;
     switch (connection.failure()) {
         case Failure::Connect: result = CURLE_COULDNT_CONNECT; break;
@@ -751,6 +778,8 @@ void VLMSDKHTTPEngine::finishOnWire(Wire& wire, CURLcode result, std::string_vie
         std::count_if(wires_.begin(), wires_.end(), [](const auto& w) { return w->connection && !w->transfer; });
     if (result != CURLE_OK || !connection.reusable() || static_cast<std::size_t>(kept) > liveLimit_) {
         wire.connection.reset();
+    } else {
+        wire.idleSince = std::chrono::steady_clock::now();
     }
     finishAttempt(transfer, result, std::move(reply));
 }
@@ -762,7 +791,7 @@ VLMSDKHTTPTransfer* VLMSDKHTTPEngine::idleTransfer(VLMErrorPtr* error) {
         return transfer;
     }
     try {
-        auto transfer = VLMSDKHTTPTransfer::make(*options_, error);
+        auto transfer = VLMSDKHTTPTransfer::make(*options_, share_, error);
         if (!transfer) return nullptr;
         // Room for the transfer's return to the idle list is made now, so that its return cannot fail.
         idle_.reserve(transfers_.size() + 1);

@@ -90,11 +90,16 @@ private:
         std::unique_ptr<VLMSDKHTTP1Connection> connection;  // nullptr: closed, gone at the end of the drive
         VLMSDKHTTPTransfer* transfer = nullptr;
         std::optional<std::chrono::steady_clock::time_point> connectBy, answerBy;
+        std::chrono::steady_clock::time_point idleSince;  // when it last went idle
     };
     // Where `request` goes on a connection of the core's own; nothing when libcurl takes it.
     std::optional<VLMSDKHTTP1Connection::Target> wireTarget(const VLMSDKRequest& request) const;
-    // Sends the taken request of a live transfer on a kept or new connection to `target`.
-    void startOnWire(VLMSDKHTTPTransfer& transfer, const VLMSDKHTTP1Connection::Target& target, bool mayReuse);
+    // Sends the taken request of a live transfer on a kept or new connection to `target`, to be answered by
+    // `answerBy` (none: the request's time limit from now).
+    void startOnWire(VLMSDKHTTPTransfer& transfer, const VLMSDKHTTP1Connection::Target& target, bool mayReuse,
+                     std::optional<std::chrono::steady_clock::time_point> answerBy = std::nullopt);
+    // A kept connection to `authority` fit to carry a request now; closes the ones that are not.
+    Wire* keptWire(const std::string& authority, std::chrono::steady_clock::time_point now);
     void advanceWire(Wire& wire, short revents);
     // Ends the attempt on `wire` if `step` says it is over.
     void settleWire(Wire& wire, VLMSDKHTTP1Connection::Step step);
@@ -110,6 +115,7 @@ private:
     const std::size_t liveLimit_;
     const VLMErrorPtr outOfMemory_;
     CURLM* multi_ = nullptr;
+    CURLSH* share_ = nullptr;
     int wakeDescriptor_ = -1;  // the network thread's, ending its wait
 
     // Shared with the calling threads.

@@ -6,6 +6,7 @@
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
 
 #include <cstdio>
+#include <cstring>
 #include <random>
 #include "../VLMSDKHeaderLookup.h"
 
@@ -19,6 +20,9 @@ namespace vlmsdk::detail {
 
 namespace {
 
+// As the core's own reply parser allows.
+constexpr std::size_t kInterimReplies = 5;
+constexpr std::size_t kTrailerFields = 64;
 // Reply buffers up to this size stay with the handle for the next request; larger ones are given back.
 constexpr std::size_t kKeptBodyCapacity = 64 * 1024;
 constexpr std::size_t kExcerptLength = 80;
@@ -50,6 +54,12 @@ std::string_view trimmed(std::string_view text) {
 long clampedMilliseconds(std::chrono::milliseconds duration) {
     if (duration.count() <= 0) return 0;
     return static_cast<long>(std::min<std::chrono::milliseconds::rep>(duration.count(), LONG_MAX));
+}
+
+// libcurl counts an idle connection's age in whole seconds; zero means no limit here.
+long idleSeconds(std::chrono::milliseconds limit) {
+    if (limit.count() <= 0) return LONG_MAX;
+    return std::max(1L, clampedMilliseconds(limit) / 1000);
 }
 
 // The typed curl_easy_setopt check cannot see through a template, so each call site passes the exact type.
@@ -90,14 +100,14 @@ VLMErrorPtr networkError(VLMErrorCode code, std::string message, const char* fun
 }  // namespace
 
 std::unique_ptr<VLMSDKHTTPTransfer> VLMSDKHTTPTransfer::make(const VLMSDKHTTPRequestManagerOptions& options,
-                                                             VLMErrorPtr* error) {
+                                                             CURLSH* share, VLMErrorPtr* error) {
     CURL* handle = curl_easy_init();
     if (!handle) {
         *error = networkError(VLMErrorCode::Transport, "libcurl could not make a transfer handle.", __func__);
         return nullptr;
     }
     std::unique_ptr<VLMSDKHTTPTransfer> transfer(new VLMSDKHTTPTransfer(options, handle));
-    if (!transfer->setSharedOptions()) {
+    if (!transfer->setSharedOptions() || (share && !setOption(handle, CURLOPT_SHARE, share))) {
         *error = networkError(VLMErrorCode::InvalidRequest,
                               "libcurl refused the request manager's options (CA file, proxy or limits).", __func__);
         return nullptr;
@@ -123,6 +133,7 @@ bool VLMSDKHTTPTransfer::setSharedOptions() {
               // The request builder has made the path exactly as it must go out; no dot segment is merged away.
               setOption(handle_, CURLOPT_PATH_AS_IS, 1L) &&
               setOption(handle_, CURLOPT_CONNECTTIMEOUT_MS, clampedMilliseconds(options_.connectTimeout)) &&
+              setOption(handle_, CURLOPT_MAXAGE_CONN, idleSeconds(options_.maximumIdleTime)) &&
               setOption(handle_, CURLOPT_TIMEOUT_MS, clampedMilliseconds(options_.requestTimeout)) &&
               setOption(handle_, CURLOPT_MAXFILESIZE_LARGE, maximumReply) &&
               setOption(handle_, CURLOPT_SSL_VERIFYPEER, options_.verifyPeer ? 1L : 0L) &&
@@ -131,26 +142,16 @@ bool VLMSDKHTTPTransfer::setSharedOptions() {
               setOption(handle_, CURLOPT_HEADERFUNCTION, &VLMSDKHTTPTransfer::onHeader) &&
               setOption(handle_, CURLOPT_HEADERDATA, static_cast<void*>(this)) &&
               setOption(handle_, CURLOPT_WRITEFUNCTION, &VLMSDKHTTPTransfer::onBody) &&
-              setOption(handle_, CURLOPT_WRITEDATA, static_cast<void*>(this));
+              setOption(handle_, CURLOPT_WRITEDATA, static_cast<void*>(this)) &&
+              setOption(handle_, CURLOPT_READFUNCTION, &VLMSDKHTTPTransfer::onRead) &&
+              setOption(handle_, CURLOPT_READDATA, static_cast<void*>(this)) &&
+              setOption(handle_, CURLOPT_SEEKDATA, static_cast<void*>(this)) &&
+              // A proxy's answer to CONNECT is not the service's head: the callback sees only the latter.
+              setOption(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     if (ok && options_.caFile) ok = setOption(handle_, CURLOPT_CAINFO, options_.caFile->c_str());
     // Left unset, libcurl reads the proxy environment variables itself.
     if (ok && options_.proxy) ok = setOption(handle_, CURLOPT_PROXY, options_.proxy->c_str());
     return ok;
-}
-
-VLMErrorPtr VLMSDKHTTPTransfer::rejectionOf(const VLMSDKRequest* request) {
-    if (!request) return networkError(VLMErrorCode::InvalidRequest, "No request was given.", __func__);
-    if (request->buildError()) return request->buildError();
-    if (methodOf(request->method()) == Method::Unsupported) {
-        return networkError(VLMErrorCode::InvalidRequest,
-                            "The method '" + request->method() + "' of " + request->redactedURL() + " is not supported.",
-                            __func__);
-    }
-    if (!startsWithIgnoringCase(request->url(), "http://") && !isHTTPS(request->url())) {
-        return networkError(VLMErrorCode::InvalidRequest, "The URL '" + request->redactedURL() + "' is not an http(s) URL.",
-                            __func__);
-    }
-    return nullptr;
 }
 
 VLMSDKHTTPTransfer* VLMSDKHTTPTransfer::from(CURL* handle) {
@@ -167,6 +168,11 @@ void VLMSDKHTTPTransfer::take(VLMSDKHTTPPendingRequest&& pending) {
     keyed_ = options_.retry.idempotencyKeys && methodOf(request_->method()) != Method::GET && requestID_ != 0;
     tooLarge_ = false;
     outOfMemory_ = false;
+    refusal_ = nullptr;
+    interimReplies_ = 0;
+    trailerFields_ = 0;
+    interimHead_ = false;
+    inTrailer_ = false;
     errorBuffer_[0] = '\0';
     started_ = std::chrono::steady_clock::now();
 }
@@ -229,16 +235,20 @@ VLMErrorPtr VLMSDKHTTPTransfer::load(VLMSDKHTTPPendingRequest&& pending) {
 
     ok = ok && setOption(handle_, CURLOPT_URL, request.url().c_str()) &&
          setOption(handle_, CURLOPT_HTTPHEADER, requestHeaders_) &&
-         setOption(handle_, CURLOPT_PIPEWAIT, isHTTPS(request.url()) ? 1L : 0L) &&
-         // libcurl sends a request again, on its own, when a reused connection died before any answer: a
-         // POST or PATCH the service may have acted on would be acted on twice. Such a request (unless its
-         // idempotency key makes repeating it safe) goes on a connection of its own.
-         setOption(handle_, CURLOPT_FRESH_CONNECT, method != Method::GET && !keyed_ ? 1L : 0L);
+         setOption(handle_, CURLOPT_PIPEWAIT, isHTTPS(request.url()) ? 1L : 0L);
     if (ok && sendsBody) {
-        // A body-carrying method without a body still says so: "Content-Length: 0".
-        const char* body = request.body() ? request.body()->data() : "";
+        // The body goes through the read callback, not as POSTFIELDS: libcurl sends a request again on its
+        // own when a reused connection dies before any answer, and it can only do that by rewinding the
+        // body. Without a seek callback it cannot, and ends the transfer with CURLE_SEND_FAIL_REWIND: a
+        // POST or PATCH the service may have acted on goes out once, on a kept connection. A keyed request
+        // may be repeated, so it can be rewound. A body-carrying method without a body still says so:
+        // "Content-Length: 0".
+        uploadOffset_ = 0;
         const auto size = static_cast<curl_off_t>(request.body() ? request.body()->size() : 0);
-        ok = setOption(handle_, CURLOPT_POSTFIELDSIZE_LARGE, size) && setOption(handle_, CURLOPT_POSTFIELDS, body) &&
+        ok = setOption(handle_, CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr)) &&
+             setOption(handle_, CURLOPT_POST, 1L) && setOption(handle_, CURLOPT_POSTFIELDSIZE_LARGE, size) &&
+             setOption(handle_, CURLOPT_SEEKFUNCTION,
+                       keyed_ ? &VLMSDKHTTPTransfer::onSeek : static_cast<curl_seek_callback>(nullptr)) &&
              setOption(handle_, CURLOPT_CUSTOMREQUEST, method == Method::POST ? nullptr : request.method().c_str());
     } else if (ok) {
         // Forget the previous request's body before switching back to a bodiless request.
@@ -258,8 +268,39 @@ std::size_t VLMSDKHTTPTransfer::onHeader(char* data, std::size_t size, std::size
     auto& self = *static_cast<VLMSDKHTTPTransfer*>(transfer);
     const std::size_t length = size * count;
     std::string_view line(data, length);
+    // What the core's own reply parser refuses, refused here too and at once: a line libcurl would read one
+    // way and another reader another, a protocol switch nobody asked for (libcurl would wait it out), and
+    // interim replies without end.
+    if (!line.ends_with("\r\n")) {
+        self.refusal_ = "The reply's header has a line ending in a bare LF, not CR LF.";
+        return 0;
+    }
+    // A status line starts a head (a trailer field's name could never hold the '/').
+    if (self.inTrailer_ && !line.starts_with("HTTP/")) {
+        if (line != "\r\n" && ++self.trailerFields_ > kTrailerFields) {
+            self.refusal_ = "The reply's trailer section has more than 64 fields.";
+            return 0;
+        }
+        return length;  // read past, not kept
+    }
+    if (line == "\r\n") {
+        // The end of a head: after the final one, only trailer fields come.
+        self.inTrailer_ = !self.interimHead_;
+        return length;
+    }
     try {
         if (line.starts_with("HTTP/")) {
+            const auto status = line.substr(std::min<std::size_t>(line.find(' '), line.size()));
+            self.interimHead_ = status.starts_with(" 1");
+            self.inTrailer_ = false;
+            if (status.starts_with(" 101")) {
+                self.refusal_ = "The server switched protocols, which was not asked for.";
+                return 0;
+            }
+            if (status.starts_with(" 1") && ++self.interimReplies_ > kInterimReplies) {
+                self.refusal_ = "The server sent more than 5 interim (1xx) replies.";
+                return 0;
+            }
             // A new header block (after 100 Continue or a proxy's CONNECT answer): only the last one counts.
             self.replyHeaders_.clear();
             return length;
@@ -293,6 +334,24 @@ std::size_t VLMSDKHTTPTransfer::onHeader(char* data, std::size_t size, std::size
         return 0;
     }
     return length;
+}
+
+std::size_t VLMSDKHTTPTransfer::onRead(char* buffer, std::size_t size, std::size_t count, void* transfer) {
+    auto& self = *static_cast<VLMSDKHTTPTransfer*>(transfer);
+    const std::optional<std::string>& body = self.request_->body();
+    if (!body || self.uploadOffset_ >= body->size()) return 0;
+    const std::size_t length = std::min(size * count, body->size() - self.uploadOffset_);
+    std::copy_n(body->data() + self.uploadOffset_, length, buffer);
+    self.uploadOffset_ += length;
+    return length;
+}
+
+int VLMSDKHTTPTransfer::onSeek(void* transfer, curl_off_t offset, int origin) {
+    auto& self = *static_cast<VLMSDKHTTPTransfer*>(transfer);
+    // libcurl rewinds to the start to send a keyed request again; nothing else is asked of it.
+    if (origin != SEEK_SET || offset != 0) return CURL_SEEKFUNC_FAIL;
+    self.uploadOffset_ = 0;
+    return CURL_SEEKFUNC_OK;
 }
 
 std::size_t VLMSDKHTTPTransfer::onBody(char* data, std::size_t size, std::size_t count, void* transfer) {
@@ -335,6 +394,14 @@ VLMSDKHTTPReply VLMSDKHTTPTransfer::finishFromWire(CURLcode result, VLMSDKHTTP1R
 }
 
 VLMSDKHTTPReply VLMSDKHTTPTransfer::finishWith(CURLcode result, long statusCode, VLMSDKJSONReader& reader) {
+    if (refusal_) {
+        // Said as the core's own connection says it: a reply refused as a whole, with no status.
+        result = CURLE_WEIRD_SERVER_REPLY;
+        statusCode = 0;
+        const std::size_t length = std::min(std::strlen(refusal_), sizeof errorBuffer_ - 1);
+        std::copy_n(refusal_, length, errorBuffer_);
+        errorBuffer_[length] = '\0';
+    }
     try {
         return replyFor(result, statusCode, reader);
     } catch (const std::exception& exception) {
@@ -397,6 +464,13 @@ VLMErrorPtr VLMSDKHTTPTransfer::transportError(CURLcode result, long statusCode)
     if (errorBuffer_[0] != '\0') message.append(" (").append(errorBuffer_).append(")");
     if (attempt_ > 1) message.append(" after ").append(std::to_string(attempt_)).append(" attempts");
     switch (result) {
+    case CURLE_SEND_FAIL_REWIND:
+        // A kept connection died after the request went out and before any answer; libcurl could not send
+        // it again, and must not have.
+        return networkError(VLMErrorCode::Transport,
+                            what + " got no answer: the connection closed after the request went out, so the service "
+                                   "may have acted on it. It was not sent again.",
+                            __func__);
     case CURLE_OPERATION_TIMEDOUT: return networkError(VLMErrorCode::Timeout, std::move(message), __func__);
     case CURLE_URL_MALFORMAT: return networkError(VLMErrorCode::InvalidRequest, std::move(message), __func__);
     default: return networkError(VLMErrorCode::Transport, std::move(message), __func__);

@@ -38,25 +38,22 @@ struct VLMSDKHTTPReply {
 /// Used only on the network thread.
 class VLMSDKHTTPTransfer {
 public:
-    /// A transfer whose handle already holds the options every request shares; nullptr (and `error`) when
-    /// libcurl cannot make one. `options` must outlive the transfer.
-    static std::unique_ptr<VLMSDKHTTPTransfer> make(const VLMSDKHTTPRequestManagerOptions& options,
+    /// A transfer whose handle already holds the options every request shares, and `share` (TLS sessions
+    /// its manager's connections resume); nullptr (and `error`) when libcurl cannot make one. `options` and
+    /// `share` must outlive the transfer.
+    static std::unique_ptr<VLMSDKHTTPTransfer> make(const VLMSDKHTTPRequestManagerOptions& options, CURLSH* share,
                                                     VLMErrorPtr* error);
     ~VLMSDKHTTPTransfer();
 
     VLMSDKHTTPTransfer(const VLMSDKHTTPTransfer&) = delete;
     VLMSDKHTTPTransfer& operator=(const VLMSDKHTTPTransfer&) = delete;
 
-    /// Why `request` must be answered without touching the network (null, build error, unsupported method,
-    /// not an http(s) URL), or nullptr when it may be sent.
-    static VLMErrorPtr rejectionOf(const VLMSDKRequest* request);
-
     /// The transfer whose handle is `handle`.
     static VLMSDKHTTPTransfer* from(CURL* handle);
 
-    /// Takes a request that `rejectionOf` accepted, for the core's own HTTP/1.1 connection to send.
+    /// Takes a request that VLMSDKRequestCheck accepted, for the core's own HTTP/1.1 connection to send.
     void take(VLMSDKHTTPPendingRequest&& pending);
-    /// Takes a request that `rejectionOf` accepted and loads it into the handle. On an error the transfer
+    /// Takes a request that VLMSDKRequestCheck accepted and loads it into the handle. On an error the transfer
     /// still holds the request: `release` hands back its completion.
     VLMErrorPtr load(VLMSDKHTTPPendingRequest&& pending);
     /// The Idempotency-Key value the taken request carries, if any.
@@ -104,6 +101,8 @@ private:
 
     static std::size_t onHeader(char* data, std::size_t size, std::size_t count, void* transfer);
     static std::size_t onBody(char* data, std::size_t size, std::size_t count, void* transfer);
+    static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* transfer);
+    static int onSeek(void* transfer, curl_off_t offset, int origin);
 
     VLMSDKHTTPReply finishWith(CURLcode result, long statusCode, VLMSDKJSONReader& reader);
     VLMSDKHTTPReply replyFor(CURLcode result, long statusCode, VLMSDKJSONReader& reader);
@@ -119,10 +118,16 @@ private:
     std::shared_ptr<const VLMSDKRequest> request_;
     VLMSDKDataTaskCompletion completion_;
     std::string body_;
+    std::size_t uploadOffset_ = 0;  // of the request body, as the read callback hands it to libcurl
     VLMSDKURLResponse::Headers replyHeaders_;
     std::string scratch_;
     std::chrono::steady_clock::time_point started_;
     bool live_ = false;
+    const char* refusal_ = nullptr;  // why the header callback stopped the reply, in the parser's words
+    std::size_t interimReplies_ = 0;
+    std::size_t trailerFields_ = 0;
+    bool interimHead_ = false;  // the head being read is a 1xx one
+    bool inTrailer_ = false;    // the final head has ended: header lines now are trailer fields
     bool tooLarge_ = false;
     bool outOfMemory_ = false;
     char errorBuffer_[CURL_ERROR_SIZE] = {};

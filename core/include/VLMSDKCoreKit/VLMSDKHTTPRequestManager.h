@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <memory>
 
-/// The request manager that talks HTTP(S), reusing connections per host: plain http to an IP address, when
-/// no proxy applies, goes over the core's own HTTP/1.1 connections (kept alive per address); everything
-/// else through libcurl (names to look up, TLS, proxies, HTTP/2 multiplexing where the server offers it).
-/// The options' `transport` can send everything through libcurl.
+/// The request manager that talks HTTP(S), reusing connections per host: through libcurl by default (names
+/// to look up, TLS, proxies, HTTP/2 multiplexing where the server offers it); with the options' `transport`
+/// set to HTTP1, plain http to an IP address goes over the core's own HTTP/1.1 connections instead. One
+/// scheduler (queue, connection cap, deadlines, retries, cancellation) serves both.
 ///
 /// Who drives the transfers is the options' `mode`: in the pumped mode the main thread, while the host pumps
 /// VLMSDKMainQueue, so a reply is parsed, validated, mapped and delivered on the thread that will run the
@@ -46,9 +46,13 @@ public:
     VLMSDKHTTPRequestManager(const VLMSDKHTTPRequestManager&) = delete;
     VLMSDKHTTPRequestManager& operator=(const VLMSDKHTTPRequestManager&) = delete;
 
-    /// Queues `request` and returns at once. A request that carries a build error, is null, uses a method
-    /// other than GET, POST, PUT, PATCH and DELETE, or whose URL is not http(s) is answered with an
-    /// `InvalidRequest` error (its build error, for one that has it) without touching the network.
+    /// Queues `request` and returns at once. A request is checked before any transport sees it, whatever
+    /// made it: one that is null or carries a build error, uses a method other than GET, POST, PUT, PATCH
+    /// and DELETE, has a URL that is not http(s) or holds a space or control byte, a header name that is
+    /// not a token, a header value holding CR, LF or NUL, or a header the transport writes itself (Host,
+    /// Content-Length, Transfer-Encoding, Connection, Keep-Alive, Upgrade, TE, Trailer) is answered once
+    /// with an `InvalidRequest` error naming the part, control bytes escaped (its build error, for one that
+    /// has it), and nothing is sent.
     /// After shutdown, `completion` is called at once, on the calling thread, with a `Cancelled` error.
     void performDataTaskRequest(std::shared_ptr<const VLMSDKRequest> request,
                                 VLMSDKDataTaskCompletion completion) override;

@@ -26,20 +26,25 @@ struct VLMSDKHTTPRequestManagerOptions {
     Mode mode = Mode::Automatic;
     /// Who speaks HTTP on the wire.
     enum class Transport {
-        /// The core's own HTTP/1.1 client for plain http to a literal IP address when no proxy applies (`proxy`
-        /// empty, or absent with none of http_proxy, all_proxy, ALL_PROXY set): no name to look up, no TLS,
-        /// kept-alive connections per address, the same errors, limits and retries. libcurl for every other
-        /// request.
-        Automatic,
-        /// libcurl for every request.
+        /// libcurl for every request (the default): names looked up, TLS, proxies, HTTP/2 where the server
+        /// offers it. What a production service is reached by, so it is what the tests, the tool and the
+        /// demo run too.
         LibCurl,
+        /// The core's own HTTP/1.1 connections for plain http to a literal IP address when no proxy applies
+        /// (`proxy` empty, or absent with none of http_proxy, all_proxy, ALL_PROXY set), libcurl for every
+        /// other request. An opt-in for hosts that talk plain http to an address: about half libcurl's CPU
+        /// per request there (bench/README.md), with the same errors, limits and retries.
+        HTTP1,
     };
-    Transport transport = Transport::Automatic;
+    Transport transport = Transport::LibCurl;
     /// Time allowed to set up a connection (zero: no limit of its own). Default 10 s.
     std::chrono::milliseconds connectTimeout{std::chrono::seconds(10)};
     /// Time allowed for a whole request once it is sent, connecting included (zero: no limit). Time spent
     /// waiting in the manager's queue does not count. Default 60 s.
     std::chrono::milliseconds requestTimeout{std::chrono::seconds(60)};
+    /// How long a kept connection may sit idle and still carry the next request; an older one is closed and
+    /// a new one opened (zero: no limit). Default 118 s, as libcurl's.
+    std::chrono::milliseconds maximumIdleTime{std::chrono::seconds(118)};
     /// Largest reply body accepted, in bytes; a larger reply fails with `VLMErrorCode::ReplyTooLarge` and is
     /// dropped while it arrives. Default 10 MiB.
     std::size_t maximumReplySize = 10 * 1024 * 1024;
