@@ -1,13 +1,13 @@
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 
-#include "VLMSDKHTTPEngine.h"
+#include "VLMSDKHTTPScheduler.h"
 
 #include <atomic>
 #include <string>
 #include <mutex>
 #include <utility>
 
-using vlmsdk::detail::VLMSDKHTTPEngine;
+using vlmsdk::detail::VLMSDKHTTPScheduler;
 
 // A request waiting beyond the live-transfer limit holds no handle or buffer, only what the caller handed over.
 static_assert(sizeof(vlmsdk::detail::VLMSDKHTTPPendingRequest) <= 64);
@@ -20,7 +20,7 @@ std::string describe(const std::shared_ptr<const VLMSDKRequest>& request) {
 
 }  // namespace
 
-/// The manager's two engines, each made when the first request for it comes.
+/// The manager's two schedulers, each made when the first request for it comes.
 class VLMSDKHTTPRequestManager::Impl {
 public:
     explicit Impl(Options options) : options_(std::make_shared<const Options>(std::move(options))) {}
@@ -31,22 +31,22 @@ public:
         const bool threaded = (control && control->handlerOffMainQueue) || options_->mode == Mode::Threaded ||
                               (options_->mode == Mode::Automatic && vlmsdk::detail::mainQueueHasExecutor());
         VLMErrorPtr error;
-        std::shared_ptr<VLMSDKHTTPEngine> engine;
+        std::shared_ptr<VLMSDKHTTPScheduler> scheduler;
         {
             std::lock_guard lock(mutex_);
             auto& slot = threaded ? threaded_ : pumped_;
             if (!slot && !shutDown_) {
-                slot = VLMSDKHTTPEngine::start(options_,
-                                               threaded ? VLMSDKHTTPEngine::Driver::OwnThread
-                                                        : VLMSDKHTTPEngine::Driver::MainQueue,
+                slot = VLMSDKHTTPScheduler::start(options_,
+                                               threaded ? VLMSDKHTTPScheduler::Driver::OwnThread
+                                                        : VLMSDKHTTPScheduler::Driver::MainQueue,
                                                &error);
             }
-            engine = slot;
+            scheduler = slot;
         }
-        if (engine && control && control->cancellation) hookCancellation(*engine, control->cancellation, pending);
-        if (engine) return engine->submit(std::move(pending));
+        if (scheduler && control && control->cancellation) hookCancellation(*scheduler, control->cancellation, pending);
+        if (scheduler) return scheduler->submit(std::move(pending));
 
-        // Shut down before this engine was ever needed, or it could not start: answered here and now.
+        // Shut down before this scheduler was ever needed, or it could not start: answered here and now.
         refused_.fetch_add(1, std::memory_order_relaxed);
         if (!pending.completion) return;
         try {
@@ -64,11 +64,11 @@ public:
         }
     }
 
-    // Numbers the request, and has a cancel reach the engine; the hook goes when the request is answered.
-    static void hookCancellation(VLMSDKHTTPEngine& engine, const std::shared_ptr<VLMSDKCancellation>& cancellation,
+    // Numbers the request, and has a cancel reach the scheduler; the hook goes when the request is answered.
+    static void hookCancellation(VLMSDKHTTPScheduler& scheduler, const std::shared_ptr<VLMSDKCancellation>& cancellation,
                                  vlmsdk::detail::VLMSDKHTTPPendingRequest& pending) {
-        pending.id = engine.newRequestID();
-        const std::weak_ptr<VLMSDKHTTPEngine> weak = engine.shared_from_this();
+        pending.id = scheduler.newRequestID();
+        const std::weak_ptr<VLMSDKHTTPScheduler> weak = scheduler.shared_from_this();
         // Registered before the request is handed over: a cancel that comes first is applied when it is
         // admitted.
         const std::uint64_t key = cancellation->addCallback([weak, id = pending.id] {
@@ -83,15 +83,15 @@ public:
     }
 
     void shutdown() {
-        std::shared_ptr<VLMSDKHTTPEngine> engines[2];
+        std::shared_ptr<VLMSDKHTTPScheduler> schedulers[2];
         {
             std::lock_guard lock(mutex_);
             shutDown_ = true;
-            engines[0] = threaded_;
-            engines[1] = pumped_;
+            schedulers[0] = threaded_;
+            schedulers[1] = pumped_;
         }
-        for (const auto& engine : engines) {
-            if (engine) engine->shutdown();
+        for (const auto& scheduler : schedulers) {
+            if (scheduler) scheduler->shutdown();
         }
     }
 
@@ -99,9 +99,9 @@ public:
         Statistics total;
         total.requestsCompleted = refused_.load(std::memory_order_relaxed);
         std::lock_guard lock(mutex_);
-        for (const auto* engine : {&threaded_, &pumped_}) {
-            if (!*engine) continue;
-            const Statistics part = (*engine)->statistics();
+        for (const auto* scheduler : {&threaded_, &pumped_}) {
+            if (!*scheduler) continue;
+            const Statistics part = (*scheduler)->statistics();
             total.connectionsOpened += part.connectionsOpened;
             total.requestsSent += part.requestsSent;
             total.requestsCompleted += part.requestsCompleted;
@@ -114,8 +114,8 @@ public:
 private:
     const std::shared_ptr<const Options> options_;
     mutable std::mutex mutex_;
-    std::shared_ptr<VLMSDKHTTPEngine> threaded_;
-    std::shared_ptr<VLMSDKHTTPEngine> pumped_;
+    std::shared_ptr<VLMSDKHTTPScheduler> threaded_;
+    std::shared_ptr<VLMSDKHTTPScheduler> pumped_;
     bool shutDown_ = false;
     std::atomic<std::size_t> refused_{0};
 };

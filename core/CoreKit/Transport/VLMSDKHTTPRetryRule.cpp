@@ -8,24 +8,22 @@ namespace vlmsdk::detail {
 namespace {
 
 // The request never reached the network: sending it again cannot repeat anything.
-bool neverLeft(CURLcode result) {
-    return result == CURLE_COULDNT_RESOLVE_HOST || result == CURLE_COULDNT_RESOLVE_PROXY ||
-           result == CURLE_COULDNT_CONNECT;
+bool neverLeft(VLMSDKHTTPAttemptEnd end) {
+    return end == VLMSDKHTTPAttemptEnd::NotResolved || end == VLMSDKHTTPAttemptEnd::ConnectFailed;
 }
 
 // Failures that may pass: worth another attempt when repeating the request is safe.
 bool transient(const VLMSDKHTTPAttemptOutcome& outcome) {
-    switch (outcome.result) {
-    case CURLE_OK:
+    using End = VLMSDKHTTPAttemptEnd;
+    switch (outcome.end) {
+    case End::Answered:
         return outcome.statusCode == 429 || outcome.statusCode == 502 || outcome.statusCode == 503 ||
                outcome.statusCode == 504;
-    case CURLE_OPERATION_TIMEDOUT:
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-    case CURLE_HTTP2:
-    case CURLE_HTTP2_STREAM: return true;
+    case End::TimedOut:
+    case End::SendFailed:
+    case End::ReceiveFailed:
+    case End::NoAnswer:
+    case End::CutShort: return true;
     default: return false;
     }
 }
@@ -44,7 +42,7 @@ std::optional<std::chrono::milliseconds> retryAfterOf(const VLMSDKHTTPAttemptOut
 
 std::optional<std::chrono::milliseconds> VLMSDKHTTPRetryRule::nextDelay(const VLMSDKHTTPAttemptOutcome& outcome) {
     if (outcome.attemptsMade >= policy_.maximumAttempts) return std::nullopt;
-    if (!neverLeft(outcome.result) && !(outcome.safeToRepeat && transient(outcome))) return std::nullopt;
+    if (!neverLeft(outcome.end) && !(outcome.safeToRepeat && transient(outcome))) return std::nullopt;
     if (const auto asked = retryAfterOf(outcome)) {
         if (*asked > policy_.maximumBackoff) return std::nullopt;
         return *asked;

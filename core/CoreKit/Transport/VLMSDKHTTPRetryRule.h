@@ -1,8 +1,8 @@
 #pragma once
 
-#include <VLMSDKCoreKit/VLMSDKRetryPolicy.h>
+#include "VLMSDKHTTPAttempt.h"
 
-#include <curl/curl.h>
+#include <VLMSDKCoreKit/VLMSDKRetryPolicy.h>
 
 #include <chrono>
 #include <optional>
@@ -13,7 +13,7 @@ namespace vlmsdk::detail {
 
 /// How one attempt ended, as far as a retry decision needs to know.
 struct VLMSDKHTTPAttemptOutcome {
-    CURLcode result = CURLE_OK;
+    VLMSDKHTTPAttemptEnd end = VLMSDKHTTPAttemptEnd::Answered;
     long statusCode = 0;                              ///< 0 when no answer came
     std::optional<std::string_view> retryAfter;        ///< the answer's Retry-After header
     bool safeToRepeat = false;                         ///< a GET, or a request carrying an idempotency key
