@@ -15,7 +15,7 @@ base=(
 )
 tests=(
   libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev
-  nghttp2-server openssl ca-certificates chromium python3
+  nghttp2-server openssl ca-certificates chromium python3 python3-h2
 )
 bench=(libbenchmark-dev libcpprest-dev)
 examples=(qt6-base-dev libasio-dev)

@@ -169,6 +169,12 @@ VLMErrorPtr VLMSDKHTTPAttempt::endError(VLMSDKHTTPAttemptEnd end, std::string_vi
     std::string message = what + " failed: " + phraseOf(end);
     if (!detail.empty()) message.append(" (").append(detail).append(")");
     if (attempt_ > 1) message.append(" after ").append(std::to_string(attempt_)).append(" attempts");
+    // The request went out, or part of it did: a POST or PATCH may have been acted on all the same.
+    const bool mayHaveReached = end == End::SendFailed || end == End::ReceiveFailed || end == End::NoAnswer ||
+                                end == End::CutShort || end == End::MalformedReply;
+    if (mayHaveReached && request_->method() != "GET") {
+        message.append(". The service may have acted on it; it was not sent again");
+    }
     switch (end) {
         case End::TimedOut: return networkError(VLMErrorCode::Timeout, std::move(message), __func__);
         case End::InvalidRequest: return networkError(VLMErrorCode::InvalidRequest, std::move(message), __func__);
