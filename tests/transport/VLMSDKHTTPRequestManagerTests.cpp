@@ -563,6 +563,7 @@ TEST_P(HTTPRequestManagerTest, EachWireFaultEndsAsTheTableSaysOnEitherTransport)
         std::optional<W::Log> seenOnLibCurl = std::nullopt;  // where libcurl differs, and the row says why
         std::chrono::milliseconds timeout = 20s;
         bool afterIdleClose = false;  // the second request waits until the server closed the first connection
+        std::optional<std::chrono::milliseconds> maximumIdleTime = std::nullopt;  // the second request waits longer
     };
     // Serves every request with its own reply on connections after the first.
     const auto serveRest = [](FaultWire& wire) {
@@ -601,6 +602,10 @@ TEST_P(HTTPRequestManagerTest, EachWireFaultEndsAsTheTableSaysOnEitherTransport)
              wire.close();
          },
          {{"GET", "/a"}, {"POST", "/b"}}, {{}, {}}, {"0 GET /a", "0 closed", "1 POST /b"}, std::nullopt, 20s, true},
+        // libcurl counts idle time in whole seconds: the limit is one.
+        {"a connection idle past the limit is not reused",
+         [&](W& wire) { serveRest(wire); },
+         {{"GET", "/a"}, {"GET", "/b"}}, {{}, {}}, {"0 GET /a", "1 GET /b"}, std::nullopt, 20s, false, 1s},
         {"a POST the server acts on and closes without answering goes out once",
          [&](W& wire) {
              if (wire.connection() > 0) return serveRest(wire);
@@ -671,6 +676,7 @@ TEST_P(HTTPRequestManagerTest, EachWireFaultEndsAsTheTableSaysOnEitherTransport)
             });
             auto options = quickOptions();
             options.requestTimeout = row.timeout;
+            if (row.maximumIdleTime) options.maximumIdleTime = *row.maximumIdleTime;
             VLMSDKHTTPRequestManager manager(options);
             for (std::size_t i = 0; i < row.requests.size(); ++i) {
                 if (i == 1 && row.afterIdleClose) {
@@ -681,6 +687,8 @@ TEST_P(HTTPRequestManagerTest, EachWireFaultEndsAsTheTableSaysOnEitherTransport)
                         },
                         kHangGuard));
                 }
+                // Not a synchronisation: the connection has to age past the limit.
+                if (i == 1 && row.maximumIdleTime) VLMSDKMainQueue::runFor(*row.maximumIdleTime + 200ms);
                 const auto& [method, path] = row.requests[i];
                 manager.performDataTaskRequest(
                     makeRequest(method, server.url(path), {}, method == "GET" ? std::nullopt : std::optional<std::string>("{}")),

@@ -37,10 +37,11 @@ long clampedMilliseconds(std::chrono::milliseconds duration) {
     return static_cast<long>(std::min<std::chrono::milliseconds::rep>(duration.count(), LONG_MAX));
 }
 
-// libcurl counts an idle connection's age in whole seconds; zero means no limit here.
+// libcurl drops a connection whose idle whole seconds exceed the value: n - 1 closes it once it sat idle n
+// seconds, the limit rounded up to a second. Zero means no limit here.
 long idleSeconds(std::chrono::milliseconds limit) {
     if (limit.count() <= 0) return LONG_MAX;
-    return std::max(1L, clampedMilliseconds(limit) / 1000);
+    return (clampedMilliseconds(limit) + 999) / 1000 - 1;
 }
 
 // The typed curl_easy_setopt check cannot see through a template, so each call site passes the exact type.

@@ -43,7 +43,8 @@ struct VLMSDKHTTPRequestManagerOptions {
     /// waiting in the manager's queue does not count. Default 60 s.
     std::chrono::milliseconds requestTimeout{std::chrono::seconds(60)};
     /// How long a kept connection may sit idle and still carry the next request; an older one is closed and
-    /// a new one opened (zero: no limit). Default 118 s, as libcurl's.
+    /// a new one opened (zero: no limit). libcurl counts whole seconds: there the limit is rounded up to one.
+    /// Default 118 s, as libcurl's.
     std::chrono::milliseconds maximumIdleTime{std::chrono::seconds(118)};
     /// Largest reply body accepted, in bytes; a larger reply fails with `VLMErrorCode::ReplyTooLarge` and is
     /// dropped while it arrives. Default 10 MiB.
