@@ -17,7 +17,7 @@ tests=(
   libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev
   nghttp2-server openssl ca-certificates chromium python3 python3-h2
 )
-bench=(libbenchmark-dev libcpprest-dev)
+bench=(libbenchmark-dev libcpprest-dev nginx-light curl)
 examples=(qt6-base-dev libasio-dev)
 
 packages=("${base[@]}")

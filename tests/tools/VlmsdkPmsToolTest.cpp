@@ -167,7 +167,13 @@ TEST_P(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
         {{"sandbox", "log", "--for", "0"}, "sandbox log --for: wants"},
         {{"sandbox", "fault", "add"}, "sandbox fault add: takes one of --status"},
         {{"-vv", "--json", "pay", "rsv_0003", "--card", "c1", "--amount", "nan"}, "pay --amount: wants"},
+        {{"--transport", "h2", "fetch", "rsv_0003"}, "--transport: h2 not in {libcurl,http1}"},
     };
+    // The help names every option and ends its last line, so a shell prompt starts on a line of its own.
+    const ToolRun help = tool({"--help"});
+    EXPECT_EQ(help.exitStatus, 0);
+    EXPECT_TRUE(help.out.ends_with(".\n")) << help.out;
+    EXPECT_NE(help.out.find("--transport"), std::string::npos);
     for (const Row& row : rows) {
         SCOPED_TRACE(::testing::PrintToString(row.arguments));
         const ToolRun run = tool(row.arguments);
