@@ -201,6 +201,10 @@ TEST_P(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
     pmssandbox::SandboxServer slow(serviceConfig());
     slow.setFault(pmssandbox::Fault::delay(std::chrono::seconds(30)));
     ASSERT_TRUE(slow.start()) << slow.lastError();
+    // Acts on every request, answers none: a payment whose reply was lost.
+    pmssandbox::SandboxServer dropping(serviceConfig());
+    dropping.setFault(pmssandbox::Fault::dropReply());
+    ASSERT_TRUE(dropping.start()) << dropping.lastError();
     // Over TLS the handshake fails first: the hint must fit why.
     const auto& certificates = TestCertificates::shared();
     const TestHTTPServer ownAuthority([](httplib::Server&) {},
@@ -230,6 +234,8 @@ TEST_P(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
         {slow.baseUrl(), kToken, {"fetch", "rsv_0003", "--timeout", "0.2"},
          {"fetch failed: ", "No answer came from " + slow.baseUrl() + " in time", "--timeout"}, nullptr},
         {ownAuthority.url("/"), kToken, {"fetch", "rsv_0003"}, {"fetch failed: ", "--ca-file"}, nullptr},
+        {dropping.baseUrl(), kToken, {"pay", "rsv_0001", "--card", "card_ada_visa_4242", "--amount", "10"},
+         {"pay failed: ", "may have acted on it", "'vlmsdk-pms folio rsv_0001'"}, nullptr},
         {otherName.url("/"), kToken, {"--ca-file", certificates.caFile, "fetch", "rsv_0003"},
          {"fetch failed: ", "the host name its certificate names"}, nullptr},
     };

@@ -21,7 +21,12 @@ PMSFailure PMSFailureExplainer::explain(const std::string& operation, VLMErrorPt
     std::optional<std::string> status;
     switch (error->code()) {
     case VLMErrorCode::Transport:
-        if (mentions(message, "host name") || mentions(message, "subject name")) {
+        if (mentions(message, "may have acted")) {
+            // The service is there and may have done it: sending it again could do it twice.
+            const std::string id = reservationID.value_or("ID");
+            hint = "The service may have acted on it before the connection closed: look with 'vlmsdk-pms folio " + id +
+                   "' or 'vlmsdk-pms fetch " + id + "' before sending it again.";
+        } else if (mentions(message, "host name") || mentions(message, "subject name")) {
             // A trusted certificate for another name: no CA file helps, the address must name the service.
             hint = "The service's certificate is not for the host in " + serviceURL_ +
                    ": give --base-url (or VLMSDK_PMS_BASE_URL) with the host name its certificate names.";
