@@ -311,9 +311,10 @@ TEST_P(TransportFaults, APostTheServerActsOnAndDropsWithoutAnswerGoesOutOnceOver
         std::optional<std::pair<long, VLMErrorPtr>> outcome;
         const auto request = std::make_shared<const VLMSDKRequest>(VLMSDKRequest::Parts{
             step.method, {}, server.url(step.path), {}, std::string(step.method) == "GET" ? std::nullopt : std::optional<std::string>("{}"), {}});
+        // Recorded on the main thread, whichever thread handles the reply.
         manager.performDataTaskRequest(request, [&](auto, std::shared_ptr<const VLMSDKURLResponse> response, VLMErrorPtr error) {
-            outcome.emplace(response ? response->statusCode() : 0, std::move(error));
-            if (!VLMSDKMainQueue::isMainThread()) VLMSDKMainQueue::async([] {});
+            const long status = response ? response->statusCode() : 0;
+            VLMSDKMainQueue::async([&outcome, status, error] { outcome.emplace(status, error); });
         });
         ASSERT_TRUE(VLMSDKMainQueue::runUntil([&] { return outcome.has_value(); }, 60s));
         if (step.answered) {
