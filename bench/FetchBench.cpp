@@ -450,7 +450,7 @@ struct Settings {
 // sized once per process, and (p) sets it to two threads.
 constexpr std::string_view kLetters = "abcdtmhpq";
 #if VLMSDK_BENCH_HAVE_CPPREST
-constexpr const char* kDefaultClients = "abcltmhpq";
+constexpr const char* kDefaultClients = "abcdtmhpq";
 #else
 constexpr const char* kDefaultClients = "abcltmh";
 #endif

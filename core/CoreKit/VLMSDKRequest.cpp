@@ -4,10 +4,17 @@
 
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 
+#include <algorithm>
+
 std::optional<std::string> VLMSDKRequest::headerValue(std::string_view name) const {
     return vlmsdk::detail::headerValue(parts_.headers, name);
 }
 
 std::string VLMSDKRequest::redactedURL() const {
-    return vlmsdk::detail::VLMSDKRequestCheck::escaped(vlmsdk::detail::redactedURL(parts_.url));
+    std::string redacted = vlmsdk::detail::redactedURL(parts_.url);
+    // A URL the request check refuses may hold control bytes: they are never shown raw.
+    const bool control = std::any_of(redacted.begin(), redacted.end(), [](char c) {
+        return static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) == 0x7F;
+    });
+    return control ? vlmsdk::detail::VLMSDKRequestCheck::escaped(redacted) : redacted;
 }

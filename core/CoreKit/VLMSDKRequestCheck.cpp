@@ -64,20 +64,21 @@ bool VLMSDKRequestCheck::isSupportedMethod(std::string_view method) {
 }
 
 std::optional<std::string> VLMSDKRequestCheck::headerProblem(std::string_view name, std::string_view value) {
-    const std::string shown = "the header '" + escaped(name) + "'";
-    if (name.empty()) return shown + " has an empty name";
+    // Every request passes here: words are made only for a problem.
+    const auto shown = [name] { return "the header '" + escaped(name) + "'"; };
+    if (name.empty()) return shown() + " has an empty name";
     for (const char c : name) {
         if (!isTokenCharacter(static_cast<unsigned char>(c))) {
-            return shown + " has a name that is not a token (RFC 9110): it holds '" + escaped(std::string_view(&c, 1)) +
-                   "'";
+            return shown() + " has a name that is not a token (RFC 9110): it holds '" +
+                   escaped(std::string_view(&c, 1)) + "'";
         }
     }
     for (const std::string_view owned : kTransportOwned) {
-        if (equalsIgnoringASCIICase(name, owned)) return shown + " is written by the transport itself";
+        if (equalsIgnoringASCIICase(name, owned)) return shown() + " is written by the transport itself";
     }
     for (const char c : value) {
         if (c == '\r' || c == '\n' || c == '\0') {
-            return shown + " has a value holding '" + escaped(std::string_view(&c, 1)) + "', which would end the line";
+            return shown() + " has a value holding '" + escaped(std::string_view(&c, 1)) + "', which would end the line";
         }
     }
     return std::nullopt;

@@ -42,10 +42,11 @@ bool VLMSDKHTTP1Adapter::start(VLMSDKHTTPAttempt& attempt) {
 VLMSDKHTTP1Adapter::Wire* VLMSDKHTTP1Adapter::keptWire(const std::string& authority, Clock::time_point now) {
     for (const auto& kept : wires_) {
         if (!kept->connection || kept->attempt || kept->authority != authority) continue;
-        // As libcurl does before it reuses one: too old, or written to or closed while idle, it goes.
+        // As libcurl does before it reuses one: too old, or written to or closed while idle, it goes. The
+        // wait that just ended looked at it already when it sat idle through it.
         const bool tooOld =
             options_.maximumIdleTime.count() > 0 && now - kept->idleSince > options_.maximumIdleTime;
-        if (tooOld || !kept->connection->stillUsable()) {
+        if (tooOld || (!kept->quietInLastWait && !kept->connection->stillUsable())) {
             kept->connection.reset();
             continue;
         }
@@ -65,12 +66,13 @@ void VLMSDKHTTP1Adapter::startOnWire(VLMSDKHTTPAttempt& attempt, const VLMSDKHTT
             auto connection = VLMSDKHTTP1Connection::open(target, &failure);
             // Refused at once: the attempt ends as a connect that failed, and may be retried.
             if (!connection) return endAttempt(attempt, VLMSDKHTTPAttemptEnd::ConnectFailed, failure);
-            wires_.push_back(std::make_unique<Wire>(Wire{target.authority, std::move(connection), nullptr, std::nullopt, now}));
+            wires_.push_back(std::make_unique<Wire>(Wire{target.authority, std::move(connection), nullptr, std::nullopt, now, false}));
             wire = wires_.back().get();
             listener_.connectionsOpened(1);
             if (options_.connectTimeout.count() > 0) wire->connectBy = now + options_.connectTimeout;
         }
         wire->attempt = &attempt;
+        wire->quietInLastWait = false;
         VLMSDKHTTP1ReplyParser::Limits limits;
         limits.bodyBytes = options_.maximumReplySize;
         std::string text = VLMSDKHTTP1Connection::requestText(attempt.request(), target, attempt.idempotencyKey());
@@ -91,6 +93,7 @@ void VLMSDKHTTP1Adapter::prepareWait(std::vector<pollfd>& descriptors, std::opti
     };
     // Idle connections are waited on too: input on one means the server closed it.
     for (const auto& wire : wires_) {
+        wire->quietInLastWait = false;
         if (!wire->connection) continue;
         descriptors.push_back({wire->connection->descriptor(), wire->connection->events(), 0});
         waitedOn_.push_back(wire.get());
@@ -103,7 +106,11 @@ void VLMSDKHTTP1Adapter::advance(std::span<const pollfd> descriptors) {
     // The wires waited on stay in wires_ until the end of this advance, closed or not.
     for (std::size_t i = 0; i < descriptors.size() && i < waitedOn_.size(); ++i) {
         Wire& wire = *waitedOn_[i];
-        if (descriptors[i].revents == 0 || !wire.connection) continue;
+        if (!wire.connection) continue;
+        if (descriptors[i].revents == 0) {
+            wire.quietInLastWait = !wire.attempt;
+            continue;
+        }
         if (listener_.stopRequested()) break;
         if (!wire.attempt) {
             wire.connection.reset();  // input on an idle connection: the server closed it
@@ -202,6 +209,7 @@ void VLMSDKHTTP1Adapter::finish(Wire& wire, VLMSDKHTTPAttemptEnd end, std::strin
         wire.connection.reset();
     } else {
         wire.idleSince = Clock::now();
+        wire.quietInLastWait = false;  // not looked at since it went idle
     }
     endAttempt(attempt, end, said);
 }

@@ -37,6 +37,7 @@ private:
         VLMSDKHTTPAttempt* attempt = nullptr;
         std::optional<std::chrono::steady_clock::time_point> connectBy;
         std::chrono::steady_clock::time_point idleSince;  // when it last went idle
+        bool quietInLastWait = false;  // idle through the last wait, and nothing came: no need to look again
     };
 
     // Sends `attempt` on a kept or new connection to `target`.

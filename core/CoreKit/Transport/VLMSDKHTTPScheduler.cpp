@@ -221,11 +221,14 @@ void VLMSDKHTTPScheduler::connectionsOpened(std::size_t count) {
 int VLMSDKHTTPScheduler::prepareLocked(std::vector<pollfd>& descriptors) {
     adapterDescriptors_.clear();
     if (stopped_) return -1;
+    bool ready = false;
     {
         std::lock_guard lock(mutex_);
-        if (!incoming_.empty() || !cancelled_.empty() || stopRequested_) return 0;
+        ready = !incoming_.empty() || !cancelled_.empty() || stopRequested_;
     }
-    if (!waiting_.empty() && live_ < liveLimit_) return 0;
+    ready = ready || (!waiting_.empty() && live_ < liveLimit_);
+    // The adapters' descriptors go into a wait of no time too: it costs no call of its own, and tells an
+    // adapter, before requests are started, whether its idle connections are still quiet.
     std::optional<std::chrono::steady_clock::time_point> wakeAt;
     if (!delayed_.empty()) wakeAt = delayed_.front().due;
     // Positions are counted from what this source appends: the span dispatch gets back starts there.
@@ -235,6 +238,7 @@ int VLMSDKHTTPScheduler::prepareLocked(std::vector<pollfd>& descriptors) {
         adapter->prepareWait(descriptors, wakeAt);
         adapterDescriptors_.emplace_back(first - base, descriptors.size() - first);
     }
+    if (ready) return 0;
     if (!wakeAt) return -1;
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(*wakeAt - std::chrono::steady_clock::now()).count();
@@ -256,9 +260,9 @@ void VLMSDKHTTPScheduler::driveLocked(std::span<const pollfd> descriptors) {
     for (const std::uint64_t id : cancelledNow_) cancelOne(id);
     cancelledNow_.clear();
     if (!stop) {
-        releaseDueRetries();
-        startWaiting();
-        // Every adapter is advanced, with or without news on its descriptors: its timers may be due.
+        // Every adapter is advanced, with or without news on its descriptors: its timers may be due. First,
+        // so that what the wait found (a reply, a connection closed while idle) is known before requests
+        // are started on kept connections.
         for (std::size_t i = 0; i < adapters_.size(); ++i) {
             if (stopRequested()) break;
             std::span<const pollfd> own;
@@ -269,6 +273,10 @@ void VLMSDKHTTPScheduler::driveLocked(std::span<const pollfd> descriptors) {
             adapters_[i]->advance(own);
         }
         adapterDescriptors_.clear();
+        if (!stopRequested()) {
+            releaseDueRetries();
+            startWaiting();
+        }
         std::lock_guard lock(mutex_);
         stop = stopRequested_;
     }
