@@ -117,8 +117,11 @@ TEST_P(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
     const std::string hostAndPort = parsedDocument(started.out).at("url").get<std::string>().substr(7);
     const auto logged = [&] { return parsedDocument(tool({"--json", "sandbox", "log"}).out).at("requests").size(); };
     ASSERT_EQ(tool({"fetch", "rsv_0003"}).exitStatus, 0);
+    // "--" ends the options, as in any command line.
+    const ToolRun dashed = tool({"fetch", "--", "rsv_0003"});
+    EXPECT_EQ(dashed.exitStatus, 0) << dashed.err;
     std::size_t requests = logged();
-    ASSERT_EQ(requests, 1u);  // what does reach the service shows in its log
+    ASSERT_EQ(requests, 2u);  // what does reach the service shows in its log
 
     const auto pay = [](std::string amount, std::string card = "c1", std::string currency = "USD") {
         return Arguments{"pay", "rsv_0003", "--card", card, "--amount", amount, "--currency", currency};

@@ -4,6 +4,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <string>
+#include <vector>
+
 namespace {
 
 // The subcommands chosen on the command line, outermost first, and the innermost one.
@@ -90,7 +93,9 @@ std::string PMSUsage::line(const CLI::App& app, const CLI::ParseError& error) {
 std::string PMSUsage::leftoverLine(const CLI::App& app) {
     std::string path;
     const CLI::App& inner = innermost(app, path);
-    const auto left = app.remaining(true);
+    auto left = app.remaining(true);
+    // "--" ends the options: what follows went to the arguments, and the marker itself is no word of its own.
+    std::erase(left, "--");
     if (!left.empty()) return unknownWord(inner, path, left.front());
     if (path.empty()) return compose("", "needs a subcommand: " + subcommandList(app));
     return "";

@@ -40,16 +40,19 @@ protected:
 
 }  // namespace
 
-TEST_F(RequestFrame, SendsPatchToTheCheckoutPathWithTheIdentifierAsItIs) {
+TEST_F(RequestFrame, SendsPatchToTheCheckoutPathWithTheIdentifierAsItIsAndNeverAnEmptyOne) {
     checkout("abc");
+    // "guest/reservations//mobile_checkout" is not this reservation's route: refused, nothing sent.
     checkout("");
-    ASSERT_EQ(requests->requestCount(), 2u);
+    ASSERT_EQ(requests->requestCount(), 1u);
     EXPECT_EQ(requests->request(0)->method(), "PATCH");
     EXPECT_EQ(requests->request(0)->path(), "guest/reservations/abc/mobile_checkout");
     EXPECT_EQ(requests->request(0)->url(), "http://127.0.0.1:9/guest/reservations/abc/mobile_checkout");
     EXPECT_FALSE(requests->request(0)->body());
-    EXPECT_EQ(requests->request(1)->path(), "guest/reservations//mobile_checkout");
-    EXPECT_TRUE(deliveries.empty());
+    ASSERT_EQ(deliveries.size(), 1u);
+    ASSERT_NE(deliveries[0].error, nullptr);
+    EXPECT_EQ(deliveries[0].error->code(), VLMErrorCode::RequiredArgument);
+    EXPECT_NE(deliveries[0].error->developerMessage().find("is empty"), std::string::npos);
     EXPECT_TRUE(asserts->calls().empty());
 }
 

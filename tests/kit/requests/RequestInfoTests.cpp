@@ -20,6 +20,8 @@ std::string failedName(const VLMSDKRequestInfo& request) {
     if (!error) return "<no error>";
     EXPECT_EQ(error->code(), VLMErrorCode::RequiredArgument);
     EXPECT_NE(error->functionName().find("isValid"), std::string::npos);
+    // One sentence, ended once.
+    EXPECT_FALSE(error->developerMessage().ends_with("..")) << error->developerMessage();
     return error->argumentName().value_or("<unnamed>");
 }
 

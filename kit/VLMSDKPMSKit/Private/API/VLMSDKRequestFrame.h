@@ -163,18 +163,22 @@ public:
     }
 
     /// `send` on `pathFormat` with `identifier` put in place of "%@" as it is (the request builder escapes
-    /// what a path cannot hold), except that '/' would make it name another route: such an identifier is
-    /// refused with the required-argument error named `argumentName`, by the delivery rule, and nothing is sent.
+    /// what a path cannot hold), except that '/' or an empty identifier would make it name another route (the
+    /// collection's, for an empty one): such an identifier is refused with the required-argument error named
+    /// `argumentName`, by the delivery rule, and nothing is sent.
     static void sendForIdentifier(const VLMSDKAPIManager& manager, const Operation& operation, const char* pathFormat,
                                   const std::string& identifier, const char* argumentName,
                                   const std::optional<VLMSDKJSON>& parameters, Completion completion,
                                   VLMSDKSourceLocation site = VLMSDKSourceLocation::current()) {
-        if (identifier.find('/') != std::string::npos) {
+        if (identifier.empty() || identifier.find('/') != std::string::npos) {
             deliverRefusal(manager, std::move(completion),
                     VLMError::requiredArgumentErrorWithName(
                         argumentName,
-                        "The identifier '" + identifier +
-                            "' holds '/', which would send the request to another route; nothing was sent.",
+                        identifier.empty()
+                            ? "the identifier is empty, which would send the request to the collection's route; "
+                              "nothing was sent"
+                            : "the identifier '" + identifier +
+                                  "' holds '/', which would send the request to another route; nothing was sent",
                         site.function, site.file));
             return;
         }

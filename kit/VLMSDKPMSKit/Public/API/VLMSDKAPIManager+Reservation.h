@@ -24,8 +24,9 @@
 /// - an absent argument: the assertion handler is told first, then the error is a required-argument
 ///   error (VLMErrorCode::RequiredArgument) whose argumentName() names the argument; nothing is sent;
 /// - an invalid request description: the description's own required-argument error; nothing is sent;
-/// - an identifier holding '/': a required-argument error naming the identifier's argument, whose message
-///   says so; nothing is sent (a '/' would turn the request into another operation's, such as check-in);
+/// - an identifier holding '/', or an empty one: a required-argument error naming the identifier's argument,
+///   whose message says so; nothing is sent (a '/' would turn the request into another operation's, such as
+///   check-in, and an empty identifier into one on the collection's route);
 /// - a transport failure: the request manager's error (VLMErrorCode::Transport, Timeout, Cancelled,
 ///   InvalidRequest for an identifier the request builder refuses: "." or "..", or a control character);
 /// - an HTTP status outside 2xx: VLMErrorCode::HTTPStatus, with httpStatusCode() and the server's message;

@@ -28,7 +28,7 @@ bool VLMSDKPayForReservationRequestInfo::isValid(VLMErrorPtr* error) const {
         failed = "reservationID";
     } else if (amount_ && !std::isfinite(*amount_)) {
         failed = "amount";
-        why = "The amount is not a finite number.";
+        why = "the amount is not a finite number";
     } else if (std::fabs(amount_.value_or(0.0)) < std::numeric_limits<double>::epsilon()) {
         failed = "amount";
     } else if (isEmpty(currencyCode_)) {

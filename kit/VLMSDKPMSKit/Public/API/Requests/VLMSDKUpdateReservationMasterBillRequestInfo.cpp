@@ -22,7 +22,7 @@ bool VLMSDKUpdateReservationMasterBillRequestInfo::isValid(VLMErrorPtr* error) c
         const auto& item = velmoraDeliverables_[index];
         if (item && item->count() && !std::isfinite(*item->count())) {
             failed = "velmoraDeliverables";
-            why = "The quantity of item " + std::to_string(index) + " is not a finite number.";
+            why = "the quantity of item " + std::to_string(index) + " is not a finite number";
         }
     }
     if (!failed) return true;
