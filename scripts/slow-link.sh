@@ -5,11 +5,16 @@
 # nginx-light: TLS, HTTP/2) stands in front of pms-sandbox with a certificate made here; bench/delay_proxy.py
 # is the link. Loopback only; every process is bounded and stopped at the end.
 #   scripts/slow-link.sh [DELAY_MS] [RUNS]        (scripts/setup.sh --bench installs nginx-light)
+# With SLOW_LINK_FRESH=1, nginx speaks HTTP/1.1 and closes every connection after one request: each request
+# then needs a connection, and the log shows whether the client resumed its TLS session on them.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 delay="${1:-25}"
 runs="${2:-3}"
+http2=http2 keepalive=1000
+report=build-bench/slow-link.json
+if [ "${SLOW_LINK_FRESH:-0}" = 1 ]; then http2="" keepalive=1 report=build-bench/slow-link-fresh.json; fi
 say() { echo "slow-link.sh: $*" >&2; }
 command -v nginx >/dev/null || { say "nginx is missing: run ./scripts/setup.sh --bench"; exit 1; }
 command -v curl >/dev/null || { say "curl is missing: run ./scripts/setup.sh --bench"; exit 1; }
@@ -69,7 +74,8 @@ http {
   access_log $work/access.log link;
   upstream sandbox { server 127.0.0.1:$sandbox_port; keepalive 8; }
   server {
-    listen 127.0.0.1:$nginx_port ssl http2;
+    listen 127.0.0.1:$nginx_port ssl $http2;
+    keepalive_requests $keepalive;
     ssl_certificate $work/server.pem;
     ssl_certificate_key $work/server.key;
     ssl_session_cache shared:link:1m;
@@ -146,7 +152,7 @@ done
 stop_all
 
 mkdir -p build-bench
-python3 - "$delay" "${rows[@]}" >build-bench/slow-link.json <<'PY'
+python3 - "$delay" "${rows[@]}" >"$report" <<'PY'
 import json, statistics, sys
 delay = float(sys.argv[1])
 runs = {"kit": [], "curl": []}
@@ -158,4 +164,4 @@ median = {who: statistics.median(r["seconds"] for r in rows) for who, rows in ru
 print(json.dumps({"delay_ms_each_way": delay, "runs": runs, "median_seconds": median,
                   "kit_over_curl": median["kit"] / median["curl"]}, indent=2))
 PY
-python3 -c 'import json; d = json.load(open("build-bench/slow-link.json")); print("median: kit %.3f s, curl %.3f s, kit/curl %.2f" % (d["median_seconds"]["kit"], d["median_seconds"]["curl"], d["kit_over_curl"]))'
+python3 -c 'import json, sys; d = json.load(open(sys.argv[1])); print("median: kit %.3f s, curl %.3f s, kit/curl %.2f" % (d["median_seconds"]["kit"], d["median_seconds"]["curl"], d["kit_over_curl"]))' "$report"
