@@ -13,8 +13,6 @@ std::optional<std::string> VLMSDKRequest::headerValue(std::string_view name) con
 std::string VLMSDKRequest::redactedURL() const {
     std::string redacted = vlmsdk::detail::redactedURL(parts_.url);
     // A URL the request check refuses may hold control bytes: they are never shown raw.
-    const bool control = std::any_of(redacted.begin(), redacted.end(), [](char c) {
-        return static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) == 0x7F;
-    });
+    const bool control = std::any_of(redacted.begin(), redacted.end(), vlmsdk::detail::isControlByte);
     return control ? vlmsdk::detail::VLMSDKRequestCheck::escaped(redacted) : redacted;
 }

@@ -18,17 +18,11 @@
 
 namespace {
 
-bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
-    return text.size() >= prefix.size() && vlmsdk::detail::equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
-}
-
-bool isControlCharacter(unsigned char c) { return c < 0x20 || c == 0x7F; }
 
 // Space, control characters and DEL cannot stand in a base URL or a header value unescaped.
 std::optional<std::size_t> firstForbiddenCharacter(std::string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        if (c == ' ' || isControlCharacter(c)) return i;
+        if (text[i] == ' ' || vlmsdk::detail::isControlByte(text[i])) return i;
     }
     return std::nullopt;
 }
@@ -78,7 +72,7 @@ void percentEncode(std::string& out, std::string_view text) {
 std::optional<std::string> appendPath(std::string& url, std::string_view path) {
     if (!path.empty() && path.front() == '/') path.remove_prefix(1);
     for (std::size_t i = 0; i < path.size(); ++i) {
-        if (isControlCharacter(static_cast<unsigned char>(path[i]))) {
+        if (vlmsdk::detail::isControlByte(path[i])) {
             return "holds the control character " + describeCharacter(path[i]) + " at offset " + std::to_string(i);
         }
     }
@@ -105,7 +99,7 @@ std::optional<std::string> appendPath(std::string& url, std::string_view path) {
 
 // Why `baseURL` cannot serve as the service's address (libcurl's URL parser judges), or nullopt.
 std::optional<std::string> baseURLProblem(const std::string& baseURL) {
-    if (!startsWithIgnoringCase(baseURL, "http://") && !startsWithIgnoringCase(baseURL, "https://")) {
+    if (!vlmsdk::detail::startsWithIgnoringASCIICase(baseURL, "http://") && !vlmsdk::detail::startsWithIgnoringASCIICase(baseURL, "https://")) {
         return "is not an http or https URL";
     }
     if (auto bad = firstForbiddenCharacter(baseURL)) {
@@ -220,9 +214,8 @@ std::shared_ptr<const VLMSDKRequest> VLMSDKRequestBuilder::requestWithMethod(con
     if (auto problem = appendPath(parts.url, path)) return fail("The path '" + path + "' " + *problem + ".");
 
     if (token) {
-        for (const char c : *token) {
-            const auto u = static_cast<unsigned char>(c);
-            if (u < 0x20 || u == 0x7F) return fail("The access token holds a control character.");
+        if (std::any_of(token->begin(), token->end(), vlmsdk::detail::isControlByte)) {
+            return fail("The access token holds a control character.");
         }
         parts.headers.emplace_back("Authorization", "Bearer " + *token);
     }

@@ -9,8 +9,6 @@ namespace vlmsdk::detail {
 
 namespace {
 
-bool isControl(unsigned char c) { return c < 0x20 || c == 0x7F; }
-
 // RFC 9110 tchar.
 bool isTokenCharacter(unsigned char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
@@ -21,10 +19,6 @@ bool isTokenCharacter(unsigned char c) {
 // give the request two lengths, two hosts or another framing.
 constexpr std::array<std::string_view, 8> kTransportOwned = {
     "Host", "Content-Length", "Transfer-Encoding", "Connection", "Keep-Alive", "Upgrade", "TE", "Trailer"};
-
-bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
-    return text.size() >= prefix.size() && equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
-}
 
 VLMErrorPtr invalid(const VLMSDKRequest& request, const std::string& problem) {
     return VLMError::errorWithCode(VLMErrorCode::InvalidRequest, kVLMSDKNetworkErrorDomain,
@@ -39,8 +33,7 @@ std::string VLMSDKRequestCheck::escaped(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     for (const char ch : text) {
-        const auto c = static_cast<unsigned char>(ch);
-        if (!isControl(c)) {
+        if (!isControlByte(ch)) {
             out += ch;
             continue;
         }
@@ -51,7 +44,7 @@ std::string VLMSDKRequestCheck::escaped(std::string_view text) {
             case '\0': out += "\\0"; break;
             default: {
                 char hex[5];
-                std::snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned>(c));
+                std::snprintf(hex, sizeof hex, "\\x%02X", static_cast<unsigned>(static_cast<unsigned char>(ch)));
                 out += hex;
             }
         }
@@ -95,13 +88,12 @@ VLMErrorPtr VLMSDKRequestCheck::rejectionOf(const VLMSDKRequest* request) {
                                      "' is not one the request manager sends (GET, POST, PUT, PATCH, DELETE)");
     }
     const std::string& url = request->url();
-    if (!startsWithIgnoringCase(url, "http://") && !startsWithIgnoringCase(url, "https://")) {
+    if (!startsWithIgnoringASCIICase(url, "http://") && !startsWithIgnoringASCIICase(url, "https://")) {
         return invalid(*request, "the URL is not an http or https URL");
     }
     for (std::size_t i = 0; i < url.size(); ++i) {
-        const auto c = static_cast<unsigned char>(url[i]);
-        if (c == ' ' || isControl(c)) {
-            return invalid(*request, "the URL holds '" + (c == ' ' ? std::string("space") : escaped(url.substr(i, 1))) +
+        if (url[i] == ' ' || isControlByte(url[i])) {
+            return invalid(*request, "the URL holds '" + (url[i] == ' ' ? std::string("space") : escaped(url.substr(i, 1))) +
                                          "' at offset " + std::to_string(i) + ", which cannot stand in a URL");
         }
     }

@@ -19,11 +19,7 @@ namespace {
 constexpr std::size_t kInterimReplies = 5;
 constexpr std::size_t kTrailerFields = 64;
 
-bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
-    return text.size() >= prefix.size() && equalsIgnoringASCIICase(text.substr(0, prefix.size()), prefix);
-}
-
-bool isHTTPS(const std::string& url) { return startsWithIgnoringCase(url, "https://"); }
+bool isHTTPS(const std::string& url) { return startsWithIgnoringASCIICase(url, "https://"); }
 
 std::string_view trimmed(std::string_view text) {
     constexpr std::string_view space = " \t\r\n";

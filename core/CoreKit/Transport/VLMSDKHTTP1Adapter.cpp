@@ -65,7 +65,7 @@ void VLMSDKHTTP1Adapter::startOnWire(VLMSDKHTTPAttempt& attempt, const VLMSDKHTT
             std::string failure;
             auto connection = VLMSDKHTTP1Connection::open(target, &failure);
             // Refused at once: the attempt ends as a connect that failed, and may be retried.
-            if (!connection) return endAttempt(attempt, VLMSDKHTTPAttemptEnd::ConnectFailed, failure);
+            if (!connection) return listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::ConnectFailed, failure);
             wires_.push_back(std::make_unique<Wire>(Wire{target.authority, std::move(connection), nullptr, std::nullopt, now, false}));
             wire = wires_.back().get();
             listener_.connectionsOpened(1);
@@ -82,7 +82,7 @@ void VLMSDKHTTP1Adapter::startOnWire(VLMSDKHTTPAttempt& attempt, const VLMSDKHTT
             wire->connection.reset();
             wire->attempt = nullptr;
         }
-        endAttempt(attempt, VLMSDKHTTPAttemptEnd::OutOfMemory, {});
+        listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::OutOfMemory, {});
     }
 }
 
@@ -211,11 +211,8 @@ void VLMSDKHTTP1Adapter::finish(Wire& wire, VLMSDKHTTPAttemptEnd end, std::strin
         wire.idleSince = Clock::now();
         wire.quietInLastWait = false;  // not looked at since it went idle
     }
-    endAttempt(attempt, end, said);
+    listener_.attemptEnded(attempt, end, said);
 }
 
-void VLMSDKHTTP1Adapter::endAttempt(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, std::string_view detail) {
-    listener_.attemptEnded(attempt, end, detail);
-}
 
 }  // namespace vlmsdk::detail

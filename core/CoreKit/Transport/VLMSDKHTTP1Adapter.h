@@ -49,7 +49,6 @@ private:
     void timeOut();
     // Ends the attempt `wire` carries with `end`, the reply read so far handed to it.
     void finish(Wire& wire, VLMSDKHTTPAttemptEnd end, std::string_view detail);
-    void endAttempt(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, std::string_view detail);
 
     const VLMSDKHTTPRequestManagerOptions& options_;
     const std::size_t liveLimit_;

@@ -5,6 +5,7 @@
 
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <random>
 
@@ -16,23 +17,13 @@ namespace {
 constexpr std::size_t kKeptBodyCapacity = 64 * 1024;
 constexpr std::size_t kExcerptLength = 80;
 
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view space = " \t\r\n";
-    const auto first = text.find_first_not_of(space);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(space) - first + 1);
-}
-
 // Errors name the request without any password its URL carries.
 std::string describe(const VLMSDKRequest& request) { return request.method() + " " + request.redactedURL(); }
 
 // A short, printable piece of a reply body for an error message.
 std::string excerptOf(const std::string& body) {
     std::string excerpt = body.substr(0, kExcerptLength);
-    for (char& c : excerpt) {
-        const auto u = static_cast<unsigned char>(c);
-        if (u < 0x20 || u == 0x7F) c = ' ';
-    }
+    std::replace_if(excerpt.begin(), excerpt.end(), isControlByte, ' ');
     if (body.size() > kExcerptLength) excerpt += "...";
     return excerpt;
 }
@@ -125,7 +116,7 @@ VLMSDKHTTPReply VLMSDKHTTPAttempt::replyFor(VLMSDKHTTPAttemptEnd end, std::strin
         reply.error = endError(end, detail);
         return reply;
     }
-    if (trimmed(body).empty()) return reply;
+    if (body.find_first_not_of(" \t\r\n") == std::string::npos) return reply;  // blank: no JSON, no error
 
     auto read = reader.read(body);
     if (read.failure != VLMSDKJSONReader::Failure::None) {
