@@ -172,11 +172,14 @@ TEST_P(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
         {{"-vv", "--json", "pay", "rsv_0003", "--card", "c1", "--amount", "nan"}, "pay --amount: wants"},
         {{"--transport", "h2", "fetch", "rsv_0003"}, "--transport: h2 not in {libcurl,http1}"},
     };
-    // The help names every option and ends its last line, so a shell prompt starts on a line of its own.
-    const ToolRun help = tool({"--help"});
-    EXPECT_EQ(help.exitStatus, 0);
-    EXPECT_TRUE(help.out.ends_with(".\n")) << help.out;
-    EXPECT_NE(help.out.find("--transport"), std::string::npos);
+    // Every help ends its last line, so a shell prompt starts on a line of its own.
+    for (const Arguments& asked : {Arguments{"--help"}, Arguments{"fetch", "--help"}, Arguments{"sandbox", "fault", "--help"}}) {
+        SCOPED_TRACE(::testing::PrintToString(asked));
+        const ToolRun help = tool(asked);
+        EXPECT_EQ(help.exitStatus, 0);
+        EXPECT_TRUE(help.out.ends_with(".\n")) << help.out;
+    }
+    EXPECT_NE(tool({"--help"}).out.find("--transport"), std::string::npos);
     for (const Row& row : rows) {
         SCOPED_TRACE(::testing::PrintToString(row.arguments));
         const ToolRun run = tool(row.arguments);
@@ -239,6 +242,9 @@ TEST_P(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
         {ownAuthority.url("/"), kToken, {"fetch", "rsv_0003"}, {"fetch failed: ", "--ca-file"}, nullptr},
         {dropping.baseUrl(), kToken, {"pay", "rsv_0001", "--card", "card_ada_visa_4242", "--amount", "10"},
          {"pay failed: ", "may have acted on it", "'vlmsdk-pms folio rsv_0001'"}, nullptr},
+        // A read only: nothing was done, and the service is there.
+        {dropping.baseUrl(), kToken, {"fetch", "rsv_0001"}, {"fetch failed: ", "broke off before a whole answer came"},
+         nullptr},
         {otherName.url("/"), kToken, {"--ca-file", certificates.caFile, "fetch", "rsv_0003"},
          {"fetch failed: ", "the host name its certificate names"}, nullptr},
     };

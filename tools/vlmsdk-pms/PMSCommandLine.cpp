@@ -15,6 +15,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <sstream>
+
 #include <functional>
 #include <ostream>
 
@@ -245,7 +247,13 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& help) {
-        return app.exit(help, out_, err_) == 0 ? kSucceeded : kUsageError;
+        // A subcommand's help ends on its footer with no line break: the shell's prompt would follow it.
+        std::ostringstream text;
+        const int status = app.exit(help, text, err_);
+        std::string shown = text.str();
+        if (!shown.empty() && shown.back() != '\n') shown += '\n';
+        out_ << shown;
+        return status == 0 ? kSucceeded : kUsageError;
     } catch (const CLI::ParseError& error) {
         err_ << PMSUsage::line(app, error) << '\n';
         return kUsageError;

@@ -24,8 +24,7 @@ PMSFailure PMSFailureExplainer::explain(const std::string& operation, VLMErrorPt
         if (mentions(message, "may have acted")) {
             // The service is there and may have done it: sending it again could do it twice.
             const std::string id = reservationID.value_or("ID");
-            hint = "The service may have acted on it before the connection closed: look with 'vlmsdk-pms folio " + id +
-                   "' or 'vlmsdk-pms fetch " + id + "' before sending it again.";
+            hint = "Before sending it again, look with 'vlmsdk-pms folio " + id + "' or 'vlmsdk-pms fetch " + id + "'.";
         } else if (mentions(message, "host name") || mentions(message, "subject name")) {
             // A trusted certificate for another name: no CA file helps, the address must name the service.
             hint = "The service's certificate is not for the host in " + serviceURL_ +
@@ -33,9 +32,12 @@ PMSFailure PMSFailureExplainer::explain(const std::string& operation, VLMErrorPt
         } else if (mentions(message, "SSL") || mentions(message, "certificate")) {
             hint = "For a service whose certificate comes from its own authority, give that authority's "
                    "certificate with --ca-file (or VLMSDK_PMS_CA_FILE).";
-        } else {
+        } else if (mentions(message, "could not connect") || mentions(message, "could not be resolved")) {
             hint = "Is a reservation service running at " + serviceURL_ +
                    "? Check --base-url (or VLMSDK_PMS_BASE_URL), or start the local one with: vlmsdk-pms sandbox start.";
+        } else {
+            // The service is there: the exchange broke off.
+            hint = "The connection to " + serviceURL_ + " broke off before a whole answer came; -v shows the exchange.";
         }
         break;
     case VLMErrorCode::Timeout:
