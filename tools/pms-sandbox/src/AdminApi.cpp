@@ -4,11 +4,13 @@
 #include "FaultJson.h"
 #include "FaultSwitch.h"
 #include "IdempotencyStore.h"
+#include "IsoTime.h"
 #include "RequestLog.h"
 #include "RequestLogRedactor.h"
 #include "ReservationStore.h"
 #include "StateDatabase.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -20,6 +22,7 @@ using nlohmann::json;
 
 constexpr std::string_view kPrefix = "/_sandbox/";
 constexpr std::size_t kMostRequests = 1000;
+constexpr std::int64_t kLongestTtlSeconds = 86400;
 
 struct Route {
     std::string_view name;
@@ -29,6 +32,7 @@ struct Route {
 constexpr std::array kRoutes{
     Route{"info", "GET"},     Route{"reservations", "GET"},        Route{"cards", "GET"},
     Route{"requests", "GET"}, Route{"faults", "GET, POST, DELETE"}, Route{"reset", "POST"},
+    Route{"tokens", "POST"},
 };
 
 std::uint64_t number(const std::multimap<std::string, std::string>& query, const char* name, std::uint64_t fallback) {
@@ -42,7 +46,7 @@ std::uint64_t number(const std::multimap<std::string, std::string>& query, const
 }  // namespace
 
 AdminApi::AdminApi(StateDatabase& database, ReservationStore& store, IdempotencyStore& keys, FaultSwitch& faults,
-                   const RequestLog& log, const RequestLogRedactor& redactor, const BearerToken& token, Info info)
+                   const RequestLog& log, const RequestLogRedactor& redactor, BearerToken& token, Info info)
     : database_(database), store_(store), keys_(keys), faults_(faults), log_(log), redactor_(redactor), token_(token),
       info_(std::move(info)) {}
 
@@ -84,6 +88,7 @@ ApiReply AdminApi::handle(std::string_view method, std::string_view rawPath,
         });
         return ApiReply::ok({{"reset", true}});
     }
+    if (name == "tokens" && verb == "POST") return issueToken(body);
     ApiReply reply = ApiReply::error(405, "method_not_allowed",
                                      verb + " is not allowed here; use " + std::string(route->methods) + ".");
     reply.headers.emplace_back("Allow", std::string(route->methods));
@@ -115,6 +120,24 @@ ApiReply AdminApi::addFaults(std::string_view body) const {
     }
     for (const Fault& fault : faults) faults_.add(fault);
     return faultList();
+}
+
+ApiReply AdminApi::issueToken(std::string_view body) const {
+    const json parsed = json::parse(body.begin(), body.end(), nullptr, false);
+    const json ttl = parsed.is_object() ? parsed.value("ttl_seconds", json()) : json();
+    std::int64_t seconds = 0;
+    // Clamp first: a huge unsigned value must not wrap into range.
+    if (ttl.is_number_unsigned())
+        seconds = static_cast<std::int64_t>(std::min<std::uint64_t>(ttl.get<std::uint64_t>(), kLongestTtlSeconds + 1));
+    else if (ttl.is_number_integer())
+        seconds = ttl.get<std::int64_t>();
+    if (seconds < 1 || seconds > kLongestTtlSeconds) {
+        return ApiReply::error(400, "invalid_ttl",
+                               "The body must be {\"ttl_seconds\": N}, N a whole number from 1 to " +
+                                   std::to_string(kLongestTtlSeconds) + ".");
+    }
+    const BearerToken::Issued issued = token_.issue(std::chrono::seconds(seconds));
+    return ApiReply::ok({{"token", issued.token}, {"expires_in", seconds}, {"expires_at", isoTime(issued.expiresAt)}});
 }
 
 }  // namespace pmssandbox

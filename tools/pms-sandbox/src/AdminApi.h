@@ -18,7 +18,8 @@ class ReservationStore;
 class StateDatabase;
 
 /// The service's own routes under /_sandbox/, beside the guest API and never under its prefix: what the
-/// service holds, what it received, its fault switches, and a reset. Same token as the guest API.
+/// service holds, what it received, its fault switches, a reset, and tokens that expire. Same tokens as
+/// the guest API.
 ///
 ///     GET    /_sandbox/info            service, version, state file, base path
 ///     GET    /_sandbox/reservations    every booking with its state and folio sums
@@ -28,6 +29,7 @@ class StateDatabase;
 ///     POST   /_sandbox/faults          adds one fault (or an array of them)
 ///     DELETE /_sandbox/faults          clears them
 ///     POST   /_sandbox/reset           back to the seed; forgets idempotency keys
+///     POST   /_sandbox/tokens          {"ttl_seconds": N}: a new token that expires
 class AdminApi {
 public:
     /// What the info route reports besides the version.
@@ -37,7 +39,7 @@ public:
     };
 
     AdminApi(StateDatabase& database, ReservationStore& store, IdempotencyStore& keys, FaultSwitch& faults,
-             const RequestLog& log, const RequestLogRedactor& redactor, const BearerToken& token, Info info);
+             const RequestLog& log, const RequestLogRedactor& redactor, BearerToken& token, Info info);
 
     /// Whether `rawPath` (the request target's path, not decoded) is one of these routes. Decoding comes
     /// after this choice, so no spelling of a guest path can reach here.
@@ -51,6 +53,7 @@ private:
     ApiReply requests(const std::multimap<std::string, std::string>& query) const;
     ApiReply faultList() const;
     ApiReply addFaults(std::string_view body) const;
+    ApiReply issueToken(std::string_view body) const;
 
     StateDatabase& database_;
     ReservationStore& store_;
@@ -58,7 +61,7 @@ private:
     FaultSwitch& faults_;
     const RequestLog& log_;
     const RequestLogRedactor& redactor_;
-    const BearerToken& token_;
+    BearerToken& token_;
     Info info_;
 };
 

@@ -1,9 +1,12 @@
 #include "RequestLogRedactor.h"
 
+#include "BearerToken.h"
+#include "IsoTime.h"
+
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
 #include <utility>
 
 namespace pmssandbox {
@@ -33,22 +36,22 @@ void maskCardFields(json& value) {
     }
 }
 
+// Issued tokens are hidden by their shape, so one the service has since forgotten stays hidden too.
+void maskIssuedTokens(std::string& text) {
+    const std::string_view prefix = BearerToken::kIssuedPrefix;
+    for (auto at = text.find(prefix); at != std::string::npos; at = text.find(prefix, at + 1)) {
+        const std::string_view digits = std::string_view(text).substr(at + prefix.size(), BearerToken::kIssuedDigits);
+        if (digits.size() == BearerToken::kIssuedDigits &&
+            std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isxdigit(c); }))
+            text.replace(at, prefix.size() + digits.size(), "[token]");
+    }
+}
+
 std::string keyHash(std::string_view key) {
     std::uint64_t hash = 14695981039346656037ull;  // FNV-1a
     for (unsigned char c : key) hash = (hash ^ c) * 1099511628211ull;
     char text[20];
     std::snprintf(text, sizeof text, "%012llx", static_cast<unsigned long long>(hash >> 16));
-    return text;
-}
-
-std::string isoTime(std::chrono::system_clock::time_point time) {
-    const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-    const std::time_t seconds = static_cast<std::time_t>(millis / 1000);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char text[40];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(millis % 1000));
     return text;
 }
 
@@ -64,6 +67,7 @@ RequestLogRedactor::RequestLogRedactor(std::string token, std::vector<std::strin
 std::string RequestLogRedactor::redacted(std::string_view text) const {
     std::string out(text);
     replaceAll(out, token_, "[token]");
+    maskIssuedTokens(out);
     for (const std::string& id : cardIds_) replaceAll(out, id, kCardMark);
     return out;
 }

@@ -11,7 +11,8 @@
 namespace pmssandbox {
 
 /// Renders logged requests for eyes outside the process (the admin API, the dashboard, standard error):
-/// never the Authorization header, the bearer token, or a card id, wherever it was sent; an
+/// never the Authorization header, a bearer token (the main one or an issued one), or a card id,
+/// wherever it was sent; an
 /// Idempotency-Key only as a short hash, which still shows which requests repeated one.
 class RequestLogRedactor {
 public:

@@ -1,6 +1,7 @@
 #include <pmssandbox/SandboxClient.h>
 
 #include <httplib.h>
+#include <nlohmann/json.hpp>
 
 namespace pmssandbox {
 
@@ -67,6 +68,30 @@ SandboxClient::Reply SandboxClient::send(const std::string& method, const std::s
         reply.error = e.what();
     }
     return reply;
+}
+
+std::optional<SandboxClient::IssuedToken> SandboxClient::issueToken(int ttlSeconds, std::string* error) {
+    using nlohmann::json;
+    try {
+        const Reply reply = send("POST", "/_sandbox/tokens", json{{"ttl_seconds", ttlSeconds}}.dump());
+        const json body = json::parse(reply.body, nullptr, false);
+        const json token = body.is_object() ? body.value("token", json()) : json();
+        const json expiresIn = body.is_object() ? body.value("expires_in", json()) : json();
+        const json expiresAt = body.is_object() ? body.value("expires_at", json()) : json();
+        if (reply.status == 200 && token.is_string() && expiresIn.is_number_integer() && expiresAt.is_string()) {
+            return IssuedToken{token.get<std::string>(), std::chrono::seconds(expiresIn.get<std::int64_t>()),
+                               expiresAt.get<std::string>()};
+        }
+        if (error) {
+            const json message = body.is_object() ? body.value(json::json_pointer("/error/message"), json()) : json();
+            *error = reply.status == 0 ? reply.error
+                                       : "HTTP " + std::to_string(reply.status) + ": " +
+                                             (message.is_string() ? message.get<std::string>() : reply.body);
+        }
+    } catch (const std::exception& e) {
+        if (error) *error = e.what();
+    }
+    return std::nullopt;
 }
 
 }  // namespace pmssandbox

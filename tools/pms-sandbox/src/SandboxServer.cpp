@@ -119,7 +119,7 @@ struct SandboxServer::Impl {
     void openState(const std::string& seedText);
 
     const SandboxConfig config;
-    const BearerToken token;
+    BearerToken token;  // issuing tokens changes it
     std::optional<Seed> seed;
     std::string seedError;
     std::unique_ptr<StateDatabase> database;

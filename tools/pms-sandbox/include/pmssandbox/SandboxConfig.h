@@ -11,7 +11,8 @@ namespace pmssandbox {
 struct SandboxConfig {
     /// TCP port; 0 picks a free one (SandboxServer::start() reports it).
     int port = 0;
-    /// The only bearer token accepted in `Authorization: Bearer <token>`. Must not be empty.
+    /// The main bearer token, accepted in `Authorization: Bearer <token>` and never expiring; the admin
+    /// route POST /_sandbox/tokens issues others that expire. Must not be empty.
     std::string token = "sandbox-token";
     /// Optional path prefix in front of every route, e.g. "api/v1" serves /api/v1/guest/reservations.
     /// Leading and trailing slashes are ignored; empty means routes sit at the root.
@@ -25,7 +26,7 @@ struct SandboxConfig {
     /// in-memory database, gone with the server.
     std::optional<std::string> stateFile;
     /// Given one line per guest request ("PATCH /guest/reservations/rsv_0003/mobile_checkin 200 0.4 ms"),
-    /// without the token or card ids, on the server's threads. Empty: no lines.
+    /// without tokens or card ids, on the server's threads. Empty: no lines.
     std::function<void(const std::string&)> requestLine;
     /// Worker threads answering requests. Each open keep-alive connection holds one, and a delayed request
     /// holds one for the length of its delay; the listen queue is sized to match.
