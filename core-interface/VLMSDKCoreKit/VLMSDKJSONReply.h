@@ -3,6 +3,7 @@
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 
 #include <mutex>
+#include <optional>
 #include <string_view>
 
 /// One parsed reply body. Read-only once made: any number of threads may read it at once, and any thread
@@ -28,6 +29,9 @@ public:
 
     /// Whether the reply is a JSON object holding the member `key`. Builds nothing.
     virtual bool hasMember(std::string_view key) const;
+    /// The string `reply[object][member]`, when the reply has a string there (a repeated key: its last value);
+    /// the view lives as long as the reply. Builds nothing.
+    virtual std::optional<std::string_view> nestedString(std::string_view object, std::string_view member) const;
 
 protected:
     /// For a form that builds its JSON value on demand, through `buildJSON`.

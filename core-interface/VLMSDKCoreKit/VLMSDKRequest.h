@@ -2,10 +2,13 @@
 
 #include <Velmora_Errors/VLMError.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+class VLMSDKCredentials;
 
 /// One HTTP request, made by a request builder and handed to a request manager. Immutable once made.
 ///
@@ -23,6 +26,8 @@ public:
         Headers headers;
         std::optional<std::string> body;    ///< the serialized body (JSON text), when there is one
         VLMErrorPtr buildError;
+        /// Where its bearer token comes from, asked by the request manager before sending (nullptr: none).
+        std::shared_ptr<VLMSDKCredentials> credentials{};
     };
 
     explicit VLMSDKRequest(Parts parts) : parts_(std::move(parts)) {}
@@ -33,6 +38,7 @@ public:
     const Headers& headers() const { return parts_.headers; }
     const std::optional<std::string>& body() const { return parts_.body; }
     const VLMErrorPtr& buildError() const { return parts_.buildError; }
+    const std::shared_ptr<VLMSDKCredentials>& credentials() const { return parts_.credentials; }
 
     /// The first header named `name` (ASCII case-insensitive), if any.
     std::optional<std::string> headerValue(std::string_view name) const;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKCredentials.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 
@@ -34,9 +35,17 @@ public:
                                                                const std::optional<VLMSDKJSON>& parameters);
 
     std::string baseURL() const;
-    /// A fixed bearer token (absent: none). A token provider, when set, wins over it.
+    /// A fixed bearer token (absent: none), sent as it is. A token provider, when set, wins over it.
     void setAccessToken(std::optional<std::string> token);
+    /// A function answering the token of each request as it is built. A credentials provider wins over both.
     void setTokenProvider(TokenProvider provider);
+    /// Tokens that refresh themselves: every request made from now on carries one `VLMSDKCredentials` over
+    /// `provider` (nullptr: none), which the request manager asks for a token before sending, and again once
+    /// after a 401 (see VLMSDKCredentials). Wins over the access token and the token provider.
+    void setCredentialsProvider(std::shared_ptr<VLMSDKCredentialsProvider> provider,
+                                VLMSDKCredentials::Options options = {});
+    /// The credentials requests are given now (nullptr: none): their cache, for a look at its fetches.
+    std::shared_ptr<VLMSDKCredentials> credentials() const;
     /// Sets (or, with an absent value, removes) a header sent with every request.
     void setDefaultHeader(const std::string& name, std::optional<std::string> value);
     VLMSDKRequest::Headers defaultHeaders() const;
@@ -56,5 +65,6 @@ private:
     std::optional<std::string> baseURLProblem_;  // why baseURL_ cannot be used; fixed at construction
     std::optional<std::string> accessToken_;
     TokenProvider tokenProvider_;
+    std::shared_ptr<VLMSDKCredentials> credentials_;
     VLMSDKRequest::Headers defaultHeaders_;
 };

@@ -3,6 +3,7 @@
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
 #include <VLMSDKCoreKit/VLMSDKJSONReply.h>
+#include <VLMSDKCoreKit/VLMSDKReplyExpectation.h>
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 #include <VLMSDKCoreKit/VLMSDKURLResponse.h>
 
@@ -24,6 +25,10 @@ struct VLMSDKRequestControl {
     /// must not need the main queue to be pumped to move this request, and the kit's operations deliver its
     /// completion on the thread that handled the reply.
     bool handlerOffMainQueue = false;
+    /// What the reply must name to be this request's (nullptr: nothing). A manager that checks it answers a
+    /// reply naming something else with its `VLMErrorCode::ReplyMismatch` error instead, and does not use the
+    /// connection it came on again; the kit's operations check it again before they deliver.
+    std::shared_ptr<const VLMSDKReplyExpectation> expectedReply;
 };
 
 /// Sends requests. An interface, so that a host or a test can supply its own.

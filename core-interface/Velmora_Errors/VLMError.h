@@ -18,9 +18,11 @@ enum class VLMErrorCode : int {
     Cancelled = 102,        ///< the host cancelled the request (VLMSDKCancellation), or the request manager shut down
     InvalidRequest = 103,   ///< the request could not be built (bad URL, path or body)
     ReplyTooLarge = 104,    ///< the reply body was over the size limit
+    Authentication = 105,   ///< no token could be had: the credentials provider failed or gave an unusable one
     HTTPStatus = 200,       ///< the server answered with a status outside 2xx
     InvalidResponse = 201,  ///< the reply body is not JSON, or not a JSON object
     MissingRequiredKey = 202, ///< the reply object lacks a key the operation needs
+    ReplyMismatch = 203,    ///< the reply is about something other than what was asked (another reservation)
     Mapping = 300,          ///< reply JSON could not be turned into a record
     Archive = 400,          ///< archived bytes could not be read or written
 };

@@ -153,6 +153,18 @@ void VLMSDKRequestBuilder::setTokenProvider(TokenProvider provider) {
     tokenProvider_ = std::move(provider);
 }
 
+void VLMSDKRequestBuilder::setCredentialsProvider(std::shared_ptr<VLMSDKCredentialsProvider> provider,
+                                                  VLMSDKCredentials::Options options) {
+    auto credentials = provider ? VLMSDKCredentials::make(std::move(provider), options) : nullptr;
+    std::lock_guard lock(mutex_);
+    credentials_ = std::move(credentials);
+}
+
+std::shared_ptr<VLMSDKCredentials> VLMSDKRequestBuilder::credentials() const {
+    std::lock_guard lock(mutex_);
+    return credentials_;
+}
+
 void VLMSDKRequestBuilder::setDefaultHeader(const std::string& name, std::optional<std::string> value) {
     std::lock_guard lock(mutex_);
     auto& headers = defaultHeaders_;
@@ -197,8 +209,11 @@ std::shared_ptr<const VLMSDKRequest> VLMSDKRequestBuilder::requestWithMethod(con
         parts.url.reserve(baseURL_.size() + path.size() + 32);
         parts.url = baseURL_;
         parts.headers = defaultHeaders_;
-        provider = tokenProvider_;
-        token = accessToken_;
+        parts.credentials = credentials_;
+        if (!credentials_) {
+            provider = tokenProvider_;
+            token = accessToken_;
+        }
     }
     // The provider runs outside the lock: it may take its time or touch the builder itself.
     if (provider) token = provider();

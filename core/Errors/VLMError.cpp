@@ -11,10 +11,12 @@ std::string genericUserMessage(VLMErrorCode code) {
     case VLMErrorCode::Timeout: return "The service took too long to answer. Please try again.";
     case VLMErrorCode::Cancelled: return "The request was cancelled.";
     case VLMErrorCode::InvalidRequest: return "The request could not be made.";
+    case VLMErrorCode::Authentication: return "You could not be signed in to the service. Please try again.";
     case VLMErrorCode::ReplyTooLarge:
     case VLMErrorCode::HTTPStatus:
     case VLMErrorCode::InvalidResponse:
     case VLMErrorCode::MissingRequiredKey:
+    case VLMErrorCode::ReplyMismatch:
     case VLMErrorCode::Mapping: return "The service answered in a way this app does not understand.";
     case VLMErrorCode::Archive: return "Saved data could not be read.";
     case VLMErrorCode::Unknown: break;

@@ -45,7 +45,7 @@ bool DeliveryLog::waitFor(std::size_t expected) const {
 
 Client::Client(const std::string& baseURL, std::optional<std::string> token,
                VLMSDKHTTPRequestManagerOptions::Transport transport, VLMSDKHTTPRequestManagerOptions::Mode mode,
-               VLMSDKRetryPolicy retry)
+               VLMSDKRetryPolicy retry, std::shared_ptr<VLMSDKCredentialsProvider> credentials)
     : transport_(std::make_shared<VLMSDKHTTPRequestManager>([&] {
           VLMSDKHTTPRequestManagerOptions options;
           options.transport = transport;
@@ -57,6 +57,7 @@ Client::Client(const std::string& baseURL, std::optional<std::string> token,
       api_([&] {
           auto builder = std::make_shared<VLMSDKRequestBuilder>(baseURL);
           builder->setAccessToken(std::move(token));
+          if (credentials) builder->setCredentialsProvider(std::move(credentials));
           return builder;
       }(),
            transport_) {}

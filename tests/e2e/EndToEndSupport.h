@@ -72,7 +72,7 @@ class Client {
 public:
     Client(const std::string& baseURL, std::optional<std::string> token, VLMSDKHTTPRequestManagerOptions::Transport transport,
            VLMSDKHTTPRequestManagerOptions::Mode mode = VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
-           VLMSDKRetryPolicy retry = {});
+           VLMSDKRetryPolicy retry = {}, std::shared_ptr<VLMSDKCredentialsProvider> credentials = nullptr);
     ~Client();
 
     const VLMSDKAPIManager& api() const { return api_; }

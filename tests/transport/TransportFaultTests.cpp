@@ -221,6 +221,7 @@ protected:
         options.transport = std::get<Transport>(GetParam());
         options.connectTimeout = 2s;
         options.requestTimeout = 20s;
+        options.retry.maximumAttempts = 1;  // each fault's own outcome, not a retry's
         return options;
     }
 };

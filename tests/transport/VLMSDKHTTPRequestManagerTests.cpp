@@ -117,6 +117,8 @@ protected:
         options.transport = std::get<Transport>(GetParam());
         options.connectTimeout = 5s;
         options.requestTimeout = 20s;
+        // Each attempt's end as it is: the retry rule has tests of its own.
+        options.retry.maximumAttempts = 1;
         return options;
     }
     /// Reply handlers run on the main thread in the pumped mode, on the network thread in the threaded one.

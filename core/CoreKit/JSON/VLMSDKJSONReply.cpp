@@ -20,4 +20,16 @@ bool VLMSDKJSONReply::hasMember(std::string_view key) const {
     return value.is_object() && value.get_ref<const VLMSDKJSON::object_t&>().contains(key);
 }
 
+std::optional<std::string_view> VLMSDKJSONReply::nestedString(std::string_view object, std::string_view member) const {
+    const VLMSDKJSON& value = json();
+    if (!value.is_object()) return std::nullopt;
+    const auto& outer = value.get_ref<const VLMSDKJSON::object_t&>();
+    const auto inner = outer.find(object);
+    if (inner == outer.end() || !inner->second.is_object()) return std::nullopt;
+    const auto& members = inner->second.get_ref<const VLMSDKJSON::object_t&>();
+    const auto found = members.find(member);
+    if (found == members.end() || !found->second.is_string()) return std::nullopt;
+    return std::string_view(found->second.get_ref<const std::string&>());
+}
+
 VLMSDKJSON VLMSDKJSONReply::buildJSON() const { return VLMSDKJSON(); }

@@ -64,6 +64,19 @@ bool VLMSDKParsedReply::hasMember(std::string_view key) const {
     return lastMember(object, key, value);
 }
 
+std::optional<std::string_view> VLMSDKParsedReply::nestedString(std::string_view object,
+                                                               std::string_view member) const {
+    simdjson::dom::object outer;
+    simdjson::dom::element inner;
+    if (root().get_object().get(outer) != simdjson::SUCCESS || !lastMember(outer, object, inner)) return std::nullopt;
+    simdjson::dom::object members;
+    simdjson::dom::element value;
+    if (inner.get_object().get(members) != simdjson::SUCCESS || !lastMember(members, member, value)) return std::nullopt;
+    std::string_view text;
+    if (value.get_string().get(text) != simdjson::SUCCESS) return std::nullopt;
+    return text;
+}
+
 bool VLMSDKParsedReply::lastMember(simdjson::dom::object object, std::string_view key, simdjson::dom::element& value) {
     bool found = false;
     for (const simdjson::dom::key_value_pair member : object) {

@@ -30,6 +30,7 @@ public:
 
     bool isObject() const override;
     bool hasMember(std::string_view key) const override;
+    std::optional<std::string_view> nestedString(std::string_view object, std::string_view member) const override;
 
     /// `element` as the SDK's JSON value, with the types and the repeated-key rule of the SDK's
     /// reader (the last value of a repeated key is kept).

@@ -1,5 +1,7 @@
 #include "VLMSDKCurlAdapter.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <climits>
 #include <mutex>
@@ -99,11 +101,11 @@ bool VLMSDKCurlAdapter::start(VLMSDKHTTPAttempt& attempt) {
     try {
         transfer = idleTransfer();
     } catch (const std::exception&) {
-        listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::OutOfMemory, {});
+        (void)listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::OutOfMemory, {});
         return true;
     }
     if (!transfer) {
-        listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::Failed,
+        (void)listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::Failed,
                                "libcurl could not make a transfer handle, or refused the manager's options (CA file, "
                                "proxy or limits)");
         return true;
@@ -117,7 +119,7 @@ bool VLMSDKCurlAdapter::start(VLMSDKHTTPAttempt& attempt) {
     }
     if (refused) {
         idle_.push_back(transfer);
-        listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::InvalidRequest, refused);
+        (void)listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::InvalidRequest, refused);
     }
     return true;
 }
@@ -154,6 +156,12 @@ void VLMSDKCurlAdapter::collectFinished() {
         const CURLcode result = message->data.result;
         VLMSDKCurlTransfer* transfer = VLMSDKCurlTransfer::from(handle);
         listener_.connectionsOpened(transfer->connectionsOpened());
+        // The connection's socket, while libcurl still knows whose it was: closed below if its reply
+        // answered another request. libcurl's check before reuse then finds it dead.
+        curl_socket_t socket = CURL_SOCKET_BAD;
+        if (result == CURLE_OK && transfer->attempt()->checksReply()) {
+            curl_easy_getinfo(handle, CURLINFO_ACTIVESOCKET, &socket);
+        }
         curl_multi_remove_handle(multi_, handle);
         std::string detail;
         VLMSDKHTTPAttemptEnd end = VLMSDKHTTPAttemptEnd::OutOfMemory;
@@ -165,7 +173,9 @@ void VLMSDKCurlAdapter::collectFinished() {
         VLMSDKHTTPAttempt* attempt = transfer->attempt();
         transfer->unload();
         idle_.push_back(transfer);
-        listener_.attemptEnded(*attempt, end, detail);
+        if (!listener_.attemptEnded(*attempt, end, detail) && socket != CURL_SOCKET_BAD) {
+            ::shutdown(socket, SHUT_RDWR);
+        }
     }
 }
 

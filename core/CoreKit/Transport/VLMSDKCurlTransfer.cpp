@@ -172,6 +172,9 @@ bool VLMSDKCurlTransfer::load(VLMSDKHTTPAttempt& attempt) {
         // Empty "Name:" lines remove headers libcurl would add on its own: the 100-continue round trip for
         // larger bodies, and a form content type on bodies sent without one.
         if (const auto key = attempt.idempotencyKey()) scratch_.append("Idempotency-Key: ").append(*key).append("\n");
+        if (const std::string* authorization = attempt.authorization()) {
+            scratch_.append("Authorization: ").append(*authorization).append("\n");
+        }
         if (!hasExpect && sendsBody) scratch_ += "Expect:\n";
         if (!hasContentType && sendsBody) scratch_ += "Content-Type:\n";
         // Most requests of a manager carry the same headers: the list of the previous one is kept.

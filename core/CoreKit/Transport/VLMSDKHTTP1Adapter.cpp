@@ -65,7 +65,10 @@ void VLMSDKHTTP1Adapter::startOnWire(VLMSDKHTTPAttempt& attempt, const VLMSDKHTT
             std::string failure;
             auto connection = VLMSDKHTTP1Connection::open(target, &failure);
             // Refused at once: the attempt ends as a connect that failed, and may be retried.
-            if (!connection) return listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::ConnectFailed, failure);
+            if (!connection) {
+                (void)listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::ConnectFailed, failure);
+                return;
+            }
             wires_.push_back(std::make_unique<Wire>(Wire{target.authority, std::move(connection), nullptr, std::nullopt, now, false}));
             wire = wires_.back().get();
             listener_.connectionsOpened(1);
@@ -75,14 +78,15 @@ void VLMSDKHTTP1Adapter::startOnWire(VLMSDKHTTPAttempt& attempt, const VLMSDKHTT
         wire->quietInLastWait = false;
         VLMSDKHTTP1ReplyParser::Limits limits;
         limits.bodyBytes = options_.maximumReplySize;
-        std::string text = VLMSDKHTTP1Connection::requestText(attempt.request(), target, attempt.idempotencyKey());
+        std::string text = VLMSDKHTTP1Connection::requestText(attempt.request(), target, attempt.idempotencyKey(),
+                                                              attempt.authorization());
         settle(*wire, wire->connection->start(std::move(text), limits));
     } catch (const std::exception&) {
         if (wire) {
             wire->connection.reset();
             wire->attempt = nullptr;
         }
-        listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::OutOfMemory, {});
+        (void)listener_.attemptEnded(attempt, VLMSDKHTTPAttemptEnd::OutOfMemory, {});
     }
 }
 
@@ -211,7 +215,7 @@ void VLMSDKHTTP1Adapter::finish(Wire& wire, VLMSDKHTTPAttemptEnd end, std::strin
         wire.idleSince = Clock::now();
         wire.quietInLastWait = false;  // not looked at since it went idle
     }
-    listener_.attemptEnded(attempt, end, said);
+    if (!listener_.attemptEnded(attempt, end, said) && !wire.attempt) wire.connection.reset();
 }
 
 

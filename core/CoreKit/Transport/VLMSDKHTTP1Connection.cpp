@@ -107,7 +107,8 @@ VLMSDKHTTP1Connection::VLMSDKHTTP1Connection(int socket, std::string authority)
 VLMSDKHTTP1Connection::~VLMSDKHTTP1Connection() { ::close(socket_); }
 
 std::string VLMSDKHTTP1Connection::requestText(const VLMSDKRequest& request, const Target& target,
-                                               const std::optional<std::string>& idempotencyKey) {
+                                               const std::optional<std::string>& idempotencyKey,
+                                               const std::string* authorization) {
     const std::string* body = request.body() ? &*request.body() : nullptr;
     std::string text;
     text.reserve(256 + (body ? body->size() : 0));
@@ -118,6 +119,7 @@ std::string VLMSDKHTTP1Connection::requestText(const VLMSDKRequest& request, con
         text.append(name).append(value.empty() ? ":" : ": ").append(value).append("\r\n");
     }
     if (idempotencyKey) text.append("Idempotency-Key: ").append(*idempotencyKey).append("\r\n");
+    if (authorization) text.append("Authorization: ").append(*authorization).append("\r\n");
     if (sendsBody(request)) {
         text.append("Content-Length: ").append(std::to_string(body ? body->size() : 0)).append("\r\n");
     }

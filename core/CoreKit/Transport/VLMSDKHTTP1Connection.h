@@ -49,10 +49,12 @@ public:
     VLMSDKHTTP1Connection(const VLMSDKHTTP1Connection&) = delete;
     VLMSDKHTTP1Connection& operator=(const VLMSDKHTTP1Connection&) = delete;
 
-    /// The text of `request` for `target`, with an Idempotency-Key field when `idempotencyKey` is given and
-    /// a Content-Length for every method that sends a body (zero when it has none).
+    /// The text of `request` for `target`, with an Idempotency-Key field when `idempotencyKey` is given, an
+    /// Authorization field when `authorization` is, and a Content-Length for every method that sends a body
+    /// (zero when it has none).
     static std::string requestText(const VLMSDKRequest& request, const Target& target,
-                                   const std::optional<std::string>& idempotencyKey);
+                                   const std::optional<std::string>& idempotencyKey,
+                                   const std::string* authorization = nullptr);
 
     /// Starts an exchange on a new or idle connection: `request` goes out (as much as the socket takes at
     /// once, when connected), a reply under `limits` is awaited.

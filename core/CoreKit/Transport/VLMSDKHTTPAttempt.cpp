@@ -70,9 +70,28 @@ void VLMSDKHTTPAttempt::take(VLMSDKHTTPPendingRequest&& pending,
     request_ = std::move(pending.request);
     completion_ = std::move(pending.completion);
     keyed_ = options_.retry.idempotencyKeys && request_->method() != "GET" && requestID_ != 0;
+    authorizationRefreshed_ = pending.authorizationRefreshed;
+    expectedReply_ = std::move(pending.expectedReply);
+    authorization_ = std::move(pending.authorization);
     deadline_ = deadline;
     started_ = std::chrono::steady_clock::now();
     statusCode = 0;
+}
+
+VLMSDKHTTPPendingRequest VLMSDKHTTPAttempt::next(bool refreshingAuthorization) const {
+    VLMSDKHTTPPendingRequest pending{request_, nullptr, requestID_, attempt_ + 1};
+    pending.authorizationRefreshed = authorizationRefreshed_ || refreshingAuthorization;
+    pending.expectedReply = expectedReply_;
+    return pending;
+}
+
+VLMErrorPtr VLMSDKHTTPAttempt::mismatchOf(const VLMSDKHTTPReply& reply) const {
+    if (!expectedReply_ || !reply.body || reply.error) return nullptr;
+    try {
+        return expectedReply_->mismatchIn(*reply.body, describe(*request_), true);
+    } catch (const std::exception&) {
+        return nullptr;  // out of memory: the kit's own check still stands before delivery
+    }
 }
 
 bool VLMSDKHTTPAttempt::isRepeatable() const { return keyed_ || request_->method() == "GET"; }
@@ -208,6 +227,8 @@ VLMErrorPtr VLMSDKHTTPAttempt::hostCancellationError(bool sentAnything) const {
 VLMSDKDataTaskCompletion VLMSDKHTTPAttempt::release() {
     VLMSDKDataTaskCompletion completion = std::move(completion_);
     completion_ = nullptr;
+    expectedReply_.reset();
+    authorization_.reset();
     request_.reset();
     requestID_ = 0;
     attempt_ = 1;

@@ -23,6 +23,9 @@ struct VLMSDKHTTPPendingRequest {
     VLMSDKDataTaskCompletion completion;
     std::uint64_t id = 0;  ///< a number unique in the process for a request that is cancellable or keyed; else 0
     std::uint32_t attempt = 1;
+    bool authorizationRefreshed = false;  ///< sent again after a 401 with a token fetched anew: not again
+    std::shared_ptr<const VLMSDKReplyExpectation> expectedReply{};
+    std::shared_ptr<const std::string> authorization{};  ///< "Bearer ..." from the request's credentials
 };
 
 /// The three values a reply handler receives.
@@ -76,6 +79,16 @@ public:
     bool sendsBody() const;
     /// The Idempotency-Key value it carries, if any: the same on every attempt of one request.
     std::optional<std::string> idempotencyKey() const;
+    /// The Authorization value from the request's credentials ("Bearer ..."), or nullptr.
+    const std::string* authorization() const { return authorization_.get(); }
+    const std::shared_ptr<const std::string>& sharedAuthorization() const { return authorization_; }
+    bool authorizationRefreshed() const { return authorizationRefreshed_; }
+    /// The same request as a new attempt, to send again later (its completion still to be set).
+    VLMSDKHTTPPendingRequest next(bool refreshingAuthorization) const;
+    /// The reply's mismatch error when it names something other than what was asked (then the connection it
+    /// came on must not carry another request); nullptr otherwise.
+    VLMErrorPtr mismatchOf(const VLMSDKHTTPReply& reply) const;
+    bool checksReply() const { return expectedReply_ != nullptr; }
     /// When the answer must have come, set when it was first sent (kept when an adapter sends it again).
     std::optional<std::chrono::steady_clock::time_point> deadline() const { return deadline_; }
     const VLMSDKHTTPRequestManagerOptions& options() const { return options_; }
@@ -113,6 +126,9 @@ private:
     std::uint64_t requestID_ = 0;
     unsigned attempt_ = 1;
     bool keyed_ = false;
+    bool authorizationRefreshed_ = false;
+    std::shared_ptr<const VLMSDKReplyExpectation> expectedReply_;
+    std::shared_ptr<const std::string> authorization_;
     std::optional<std::chrono::steady_clock::time_point> deadline_;
     std::chrono::steady_clock::time_point started_;
 };

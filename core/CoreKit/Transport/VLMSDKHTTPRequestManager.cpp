@@ -10,7 +10,7 @@
 using vlmsdk::detail::VLMSDKHTTPScheduler;
 
 // A request waiting beyond the live-transfer limit holds no handle or buffer, only what the caller handed over.
-static_assert(sizeof(vlmsdk::detail::VLMSDKHTTPPendingRequest) <= 64);
+static_assert(sizeof(vlmsdk::detail::VLMSDKHTTPPendingRequest) <= 96);
 
 namespace {
 
@@ -139,7 +139,9 @@ void VLMSDKHTTPRequestManager::performControlledRequest(std::shared_ptr<const VL
         if (completion) completion(nullptr, nullptr, VLMSDKCancellation::cancelledError(describe(request), false));
         return;
     }
-    impl_->perform({std::move(request), std::move(completion)}, &control);
+    vlmsdk::detail::VLMSDKHTTPPendingRequest pending{std::move(request), std::move(completion)};
+    pending.expectedReply = control.expectedReply;
+    impl_->perform(std::move(pending), &control);
 }
 
 void VLMSDKHTTPRequestManager::shutdown() { impl_->shutdown(); }

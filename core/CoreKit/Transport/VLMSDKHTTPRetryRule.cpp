@@ -17,7 +17,8 @@ bool transient(const VLMSDKHTTPAttemptOutcome& outcome) {
     using End = VLMSDKHTTPAttemptEnd;
     switch (outcome.end) {
     case End::Answered:
-        return outcome.statusCode == 429 || outcome.statusCode == 502 || outcome.statusCode == 503 ||
+        // A reply that answered another request: a new connection gets this one's.
+        return outcome.replyMismatched || outcome.statusCode == 429 || outcome.statusCode == 502 || outcome.statusCode == 503 ||
                outcome.statusCode == 504;
     case End::TimedOut:
     case End::SendFailed:

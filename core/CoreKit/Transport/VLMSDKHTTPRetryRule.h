@@ -18,6 +18,7 @@ struct VLMSDKHTTPAttemptOutcome {
     std::optional<std::string_view> retryAfter;        ///< the answer's Retry-After header
     bool safeToRepeat = false;                         ///< a GET, or a request carrying an idempotency key
     unsigned attemptsMade = 1;
+    bool replyMismatched = false;                      ///< the reply named something other than what was asked
 };
 
 /// The retry policy applied to one attempt: the wait before the next one, or nothing when there is none.

@@ -5,6 +5,7 @@
 #include "VLMSDKHTTP1Adapter.h"
 
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
+#include <VLMSDKCoreKit/VLMSDKCredentials.h>
 
 #include <algorithm>
 #include <climits>
@@ -150,6 +151,22 @@ void VLMSDKHTTPScheduler::cancelRequest(std::uint64_t id) {
     if (wake) wakeDriver();
 }
 
+void VLMSDKHTTPScheduler::tokenArrived(std::uint64_t id, std::shared_ptr<const std::string> authorization,
+                                       VLMErrorPtr error) {
+    bool wake = false;
+    {
+        std::lock_guard lock(mutex_);
+        if (!accepting_) return;  // the shutdown answered the request
+        try {
+            tokens_.push_back({id, std::move(authorization), std::move(error)});
+        } catch (const std::exception&) {
+            return;  // out of memory: the request waits for a cancel or the shutdown
+        }
+        wake = driver_ == Driver::MainQueue || std::exchange(driverWaiting_, false);
+    }
+    if (wake) wakeDriver();
+}
+
 void VLMSDKHTTPScheduler::wakeDriver() {
     if (driver_ == Driver::MainQueue) {
         wakeMainQueue();
@@ -224,7 +241,7 @@ int VLMSDKHTTPScheduler::prepareLocked(std::vector<pollfd>& descriptors) {
     bool ready = false;
     {
         std::lock_guard lock(mutex_);
-        ready = !incoming_.empty() || !cancelled_.empty() || stopRequested_;
+        ready = !incoming_.empty() || !cancelled_.empty() || !tokens_.empty() || stopRequested_;
     }
     ready = ready || (!waiting_.empty() && live_ < liveLimit_);
     // The adapters' descriptors go into a wait of no time too: it costs no call of its own, and tells an
@@ -253,9 +270,11 @@ void VLMSDKHTTPScheduler::driveLocked(std::span<const pollfd> descriptors) {
         std::lock_guard lock(mutex_);
         arrived_.swap(incoming_);
         cancelledNow_.swap(cancelled_);
+        tokensNow_.swap(tokens_);
         stop = stopRequested_;
     }
     admit(arrived_);
+    takeTokens(tokensNow_);
     // After admission: a request cancelled as it was handed over is found in the waiting line.
     for (const std::uint64_t id : cancelledNow_) cancelOne(id);
     cancelledNow_.clear();
@@ -297,7 +316,7 @@ void VLMSDKHTTPScheduler::runThread() {
         }
         if (timeout != 0) {
             std::lock_guard lock(mutex_);
-            if (incoming_.empty() && cancelled_.empty() && !stopRequested_) {
+            if (incoming_.empty() && cancelled_.empty() && tokens_.empty() && !stopRequested_) {
                 driverWaiting_ = true;
             } else {
                 timeout = 0;
@@ -343,6 +362,7 @@ void VLMSDKHTTPScheduler::startWaiting() {
     while (live_ < liveLimit_ && !waiting_.empty()) {
         VLMSDKHTTPPendingRequest pending = waiting_.pop();
         if (!pending.request && pending.id != 0) continue;  // cancelled while it waited: answered already
+        if (!authorize(pending)) continue;
 
         VLMSDKHTTPAttempt* attempt = idleAttempt();
         if (!attempt) {
@@ -363,10 +383,19 @@ void VLMSDKHTTPScheduler::startWaiting() {
     }
 }
 
-void VLMSDKHTTPScheduler::attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, std::string_view detail) {
+bool VLMSDKHTTPScheduler::attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, std::string_view detail) {
     attempt.carrier = nullptr;
     --live_;
     VLMSDKHTTPReply reply = attempt.finish(end, detail, reader_);
+    // A reply about something else answers another request: never delivered as this one's, and what follows
+    // on its connection would be out of step too.
+    const bool connectionUsable = !attempt.checksReply() || [&] {
+        auto mismatch = attempt.mismatchOf(reply);
+        if (!mismatch) return true;
+        reply.body = nullptr;
+        reply.error = std::move(mismatch);
+        return false;
+    }();
     if (options_->exchangeObserver) {
         try {
             options_->exchangeObserver(attempt.exchange(reply));
@@ -374,13 +403,81 @@ void VLMSDKHTTPScheduler::attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAtt
             // An observer's failure must not cost the request its reply.
         }
     }
-    if (retryLater(attempt, end, reply)) {
+    if (refreshAfterRefusal(attempt, reply) || retryLater(attempt, end, reply)) {
         idle_.push_back(&attempt);
-        return;
+        return connectionUsable;
     }
     auto completion = attempt.release();
     idle_.push_back(&attempt);
     complete(completion, std::move(reply));
+    return connectionUsable;
+}
+
+bool VLMSDKHTTPScheduler::authorize(VLMSDKHTTPPendingRequest& pending) {
+    const auto& credentials = pending.request->credentials();
+    if (!credentials || pending.authorization) return true;
+    pending.authorization = credentials->freshAuthorization();
+    if (pending.authorization) return true;
+    try {
+        if (pending.id == 0) pending.id = newRequestID();
+        awaitingToken_.push_back(std::move(pending));
+    } catch (const std::exception&) {
+        complete(pending.completion, {nullptr, nullptr, outOfMemory_});
+        return false;
+    }
+    // Asked outside any wait: the answer comes through tokenArrived, on whatever thread ends the fetch.
+    const std::weak_ptr<VLMSDKHTTPScheduler> weak = weak_from_this();
+    credentials->authorize([weak, id = awaitingToken_.back().id](std::shared_ptr<const std::string> authorization,
+                                                                 VLMErrorPtr error) {
+        if (const auto scheduler = weak.lock()) scheduler->tokenArrived(id, std::move(authorization), std::move(error));
+    });
+    return false;
+}
+
+void VLMSDKHTTPScheduler::takeTokens(std::vector<VLMSDKHTTPTokenArrival>& arrivals) {
+    for (auto& arrival : arrivals) {
+        const auto waiting = std::find_if(awaitingToken_.begin(), awaitingToken_.end(),
+                                          [&](const VLMSDKHTTPPendingRequest& p) { return p.id == arrival.id; });
+        if (waiting == awaitingToken_.end()) continue;  // cancelled while it waited
+        VLMSDKHTTPPendingRequest pending = std::move(*waiting);
+        *waiting = std::move(awaitingToken_.back());
+        awaitingToken_.pop_back();
+        if (!arrival.authorization) {
+            VLMErrorPtr error = errorOr(outOfMemory_, [&] {
+                return VLMError::errorWithCode(
+                    VLMErrorCode::Authentication, kVLMSDKNetworkErrorDomain,
+                    pending.request->method() + " " + pending.request->redactedURL() + " was not sent: " +
+                        (arrival.error ? arrival.error->developerMessage() : std::string("no token came.")),
+                    __func__, __FILE__);
+            });
+            complete(pending.completion, {nullptr, nullptr, std::move(error)});
+            continue;
+        }
+        pending.authorization = std::move(arrival.authorization);
+        try {
+            waiting_.push(std::move(pending));
+        } catch (const std::exception&) {
+            complete(pending.completion, {nullptr, nullptr, outOfMemory_});
+        }
+    }
+    arrivals.clear();
+}
+
+bool VLMSDKHTTPScheduler::refreshAfterRefusal(VLMSDKHTTPAttempt& attempt, const VLMSDKHTTPReply& reply) {
+    // A 401 means the service did not act: any method may go again, once, with a token fetched anew.
+    if (!attempt.authorization() || attempt.authorizationRefreshed() || !reply.response ||
+        reply.response->statusCode() != 401) {
+        return false;
+    }
+    attempt.request().credentials()->markRefused(attempt.sharedAuthorization());
+    try {
+        VLMSDKHTTPPendingRequest again = attempt.next(true);
+        waiting_.push(std::move(again));
+    } catch (const std::exception&) {
+        return false;  // no room to keep it: the 401 stands
+    }
+    waiting_.items.back().completion = attempt.release();
+    return true;
 }
 
 bool VLMSDKHTTPScheduler::stopRequested() {
@@ -398,12 +495,12 @@ bool VLMSDKHTTPScheduler::retryLater(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttem
     if (reply.response) retryAfter = reply.response->headerValue("Retry-After");
     if (retryAfter) outcome.retryAfter = *retryAfter;
     outcome.safeToRepeat = attempt.isRepeatable();
+    outcome.replyMismatched = reply.error && reply.error->code() == VLMErrorCode::ReplyMismatch;
     outcome.attemptsMade = attempt.attempt();
     const auto delay = retryRule_.nextDelay(outcome);
     if (!delay) return false;
     try {
-        Delayed later{std::chrono::steady_clock::now() + *delay,
-                      {attempt.sharedRequest(), nullptr, attempt.requestID(), attempt.attempt() + 1}};
+        Delayed later{std::chrono::steady_clock::now() + *delay, attempt.next(false)};
         const auto at = std::upper_bound(delayed_.begin(), delayed_.end(), later.due,
                                          [](auto due, const Delayed& d) { return due < d.due; });
         const auto inserted = delayed_.insert(at, std::move(later));
@@ -453,6 +550,18 @@ void VLMSDKHTTPScheduler::cancelOne(std::uint64_t id) {
         complete(pending.completion, {nullptr, nullptr, std::move(error)});
         return;
     }
+    for (auto waiting = awaitingToken_.begin(); waiting != awaitingToken_.end(); ++waiting) {
+        if (waiting->id != id) continue;
+        VLMSDKHTTPPendingRequest pending = std::move(*waiting);
+        awaitingToken_.erase(waiting);
+        VLMErrorPtr error = errorOr(outOfMemory_, [&] {
+            // An earlier attempt may have gone out (a 401, a retry): a POST or PATCH may have been acted on.
+            return VLMSDKCancellation::cancelledError(pending.request->method() + " " + pending.request->redactedURL(),
+                                                      pending.attempt > 1 && pending.request->method() != "GET");
+        });
+        complete(pending.completion, {nullptr, nullptr, std::move(error)});
+        return;
+    }
     for (std::size_t i = waiting_.head; i < waiting_.items.size(); ++i) {
         VLMSDKHTTPPendingRequest& pending = waiting_.items[i];
         if (pending.id != id || !pending.request) continue;
@@ -478,6 +587,8 @@ void VLMSDKHTTPScheduler::cancelAll() {
     for (auto& pending : arrived) waiting_.push(std::move(pending));
     for (auto& later : delayed_) waiting_.push(std::move(later.pending));
     delayed_.clear();
+    for (auto& awaiting : awaitingToken_) waiting_.push(std::move(awaiting));
+    awaitingToken_.clear();
     for (const auto& attempt : attempts_) {
         if (!attempt->carrier) continue;
         attempt->carrier->stop(*attempt);

@@ -28,6 +28,13 @@ namespace vlmsdk::detail {
 /// network thread of its own; either way the adapters and the reply handlers run on the driving thread.
 ///
 /// `submit`, `cancelRequest`, `shutdown` and `statistics` may be called from any thread.
+/// A token fetched for a request that waited for it.
+struct VLMSDKHTTPTokenArrival {
+    std::uint64_t id = 0;
+    std::shared_ptr<const std::string> authorization;
+    VLMErrorPtr error;
+};
+
 class VLMSDKHTTPScheduler final : public VLMSDKMainQueueSource,
                                   public VLMSDKTransportAdapter::Listener,
                                   public std::enable_shared_from_this<VLMSDKHTTPScheduler> {
@@ -60,10 +67,14 @@ public:
 
     Statistics statistics() const;
 
+    /// The token asked for the request numbered `id` came (or its fetch failed, `error`): it joins the waiting
+    /// line on the driving thread. Any thread.
+    void tokenArrived(std::uint64_t id, std::shared_ptr<const std::string> authorization, VLMErrorPtr error);
+
     int prepareWait(std::vector<pollfd>& descriptors) override;
     void dispatch(std::span<const pollfd> descriptors) override;
 
-    void attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, std::string_view detail) override;
+    bool attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, std::string_view detail) override;
     bool stopRequested() override;
     void connectionsOpened(std::size_t count) override;
 
@@ -81,6 +92,12 @@ private:
     void cancelOne(std::uint64_t id);
     // Sends the ended attempt again later if the retry policy says so; false if not.
     bool retryLater(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, const VLMSDKHTTPReply& reply);
+    // Gives the request the cached token of its credentials; false when it must wait for one (it is then
+    // kept in awaitingToken_ until the token comes).
+    bool authorize(VLMSDKHTTPPendingRequest& pending);
+    // Sends the request again, with a token fetched anew, after its first 401; false if not.
+    bool refreshAfterRefusal(VLMSDKHTTPAttempt& attempt, const VLMSDKHTTPReply& reply);
+    void takeTokens(std::vector<VLMSDKHTTPTokenArrival>& arrivals);
     void releaseDueRetries();
     VLMSDKHTTPAttempt* idleAttempt();
     void complete(VLMSDKDataTaskCompletion& completion, VLMSDKHTTPReply reply);
@@ -97,7 +114,10 @@ private:
     std::vector<VLMSDKHTTPPendingRequest> arrived_;  // the driving thread's: incoming_ as last taken
     std::vector<std::uint64_t> cancelled_;           // guarded by mutex_: requests the host cancelled
     std::vector<std::uint64_t> cancelledNow_;        // the driving thread's: cancelled_ as last taken
+    std::vector<VLMSDKHTTPTokenArrival> tokens_;      // guarded by mutex_: tokens fetched for waiting requests
+    std::vector<VLMSDKHTTPTokenArrival> tokensNow_;   // the driving thread's: tokens_ as last taken
     bool accepting_ = false;
+
     bool stopRequested_ = false;
     bool driverWaiting_ = false;  // the network thread waits, or is about to: only then is a wake-up needed
 
@@ -127,6 +147,8 @@ private:
         VLMSDKHTTPPendingRequest pending;
     };
     std::vector<Delayed> delayed_;
+    // Requests waiting for their credentials' token (the driving thread's), in no order.
+    std::vector<VLMSDKHTTPPendingRequest> awaitingToken_;
     VLMSDKHTTPRetryRule retryRule_;
     // In the order they are offered a request: the first that carries it takes it.
     std::vector<std::unique_ptr<VLMSDKTransportAdapter>> adapters_;

@@ -27,7 +27,9 @@ public:
     public:
         /// `attempt` ended with `end`; `detail` is the adapter's own account of a failure. Called once per
         /// started attempt (never for one stopped with `stop`); the attempt is no longer the adapter's.
-        virtual void attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, std::string_view detail) = 0;
+        /// Answers whether the connection it came on may carry another request: false when its reply
+        /// answered another request (it named something else), and the adapter then closes that connection.
+        virtual bool attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, std::string_view detail) = 0;
         /// Whether the manager is shutting down: an adapter ending several attempts in one go stops then.
         virtual bool stopRequested() = 0;
         /// `count` new connections were opened (statistics).

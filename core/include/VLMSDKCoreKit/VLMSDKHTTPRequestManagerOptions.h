@@ -63,6 +63,6 @@ struct VLMSDKHTTPRequestManagerOptions {
     /// Told of every attempt once it ends, before its reply handler runs, on the thread that drives the
     /// transfer (see the manager's modes). It must return quickly and must not throw. Default: none.
     VLMSDKHTTPExchangeObserver exchangeObserver;
-    /// When a failed request is sent again (see VLMSDKRetryPolicy). Default: never.
+    /// When a failed request is sent again (see VLMSDKRetryPolicy). Default: up to 3 attempts where safe.
     VLMSDKRetryPolicy retry;
 };

@@ -2,21 +2,24 @@
 
 #include <chrono>
 
-/// When `VLMSDKHTTPRequestManager` sends a failed request again. Off by default (one attempt).
+/// When `VLMSDKHTTPRequestManager` sends a failed request again. On by default: up to 3 attempts, only where
+/// sending again cannot do anything twice (set `maximumAttempts` to 1 to turn retries off).
 ///
-/// A request is sent again, after `maximumAttempts` at most, only when that is safe: any method when it
+/// A request is sent again, up to `maximumAttempts` in all, only when that is safe: any method when it
 /// provably never left (the name did not resolve, the connection was refused); a GET (and a request
 /// carrying an idempotency key) also after a timeout, a connection lost, or an answer of 429, 502, 503 or
-/// 504. A POST or PATCH whose bytes may have reached the service is never sent again without a key. The wait
+/// 504, or a reply about another request (one that named another reservation). A POST or PATCH whose bytes may
+/// have reached the service is never sent again without a key. The wait
 /// before attempt n+1 is drawn at random between zero and min(`maximumBackoff`, `initialBackoff` x 2^(n-1))
 /// ("full jitter"); a `Retry-After` of a 429 or 503 answer is waited instead, and one longer than
 /// `maximumBackoff` ends the retries. The request's handler still runs exactly once; the final error (or the
 /// response's `attempts()`) says how many attempts were made; each attempt reaches the exchange observer.
 struct VLMSDKRetryPolicy {
-    unsigned maximumAttempts = 1;
+    unsigned maximumAttempts = 3;
     std::chrono::milliseconds initialBackoff{200};
     std::chrono::milliseconds maximumBackoff{std::chrono::seconds(10)};
     /// Every POST and PATCH carries an `Idempotency-Key` header, the same on each of its attempts, and is
-    /// then retried like a GET: the service answers a repeated key with its first reply.
+    /// then retried like a GET: the service answers a repeated key with its first reply. Off by default: only a
+    /// service that honours keys may be sent a POST twice.
     bool idempotencyKeys = false;
 };

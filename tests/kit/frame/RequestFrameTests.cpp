@@ -90,7 +90,10 @@ TEST_F(RequestFrame, CheckoutSucceedsOnAnyBodyThatPassesAndFailsWithTheValidator
     const Row rows[] = {
         {"empty body", FakeReply::http(204), true, {}},
         {"a body that is not an object", FakeReply::http(200, VLMSDKJSON::array()), true, {}},
-        {"a reservation", FakeReply::http(200, VLMSDKJSON{{"reservation", {{"id", "r"}}}}), true, {}},
+        {"the reservation", FakeReply::http(200, VLMSDKJSON{{"reservation", {{"id", "r1"}}}}), true, {}},
+        // Whatever request manager carried it, a reply about another reservation is not this one's success.
+        {"another reservation", FakeReply::http(200, VLMSDKJSON{{"reservation", {{"id", "r2"}}}}), false,
+         VLMErrorCode::ReplyMismatch},
         {"conflict", FakeReply::http(409, VLMSDKJSON{{"error", {{"message", "Not in house."}}}}), false,
          VLMErrorCode::HTTPStatus},
         {"transport", FakeReply::failure(transport), false, VLMErrorCode::Transport},
@@ -108,8 +111,8 @@ TEST_F(RequestFrame, CheckoutSucceedsOnAnyBodyThatPassesAndFailsWithTheValidator
             EXPECT_EQ(deliveries[i].error, nullptr);
         }
     }
-    EXPECT_EQ(deliveries[3].error->serverMessage(), "Not in house.");
-    EXPECT_EQ(deliveries[4].error, transport);
+    EXPECT_EQ(deliveries[4].error->serverMessage(), "Not in house.");
+    EXPECT_EQ(deliveries[5].error, transport);
     EXPECT_TRUE(logs.consoleHasMessage("Successfully did mobile checkout for reservation."));
     bool failLogged = false;
     for (const auto& r : logs.consoleRecords()) {

@@ -41,6 +41,9 @@ public:
         const char* failsLogMessage;
         std::vector<std::string> requiredJSONKeys;  ///< empty: the validator is given none
         Finish finish;
+        /// Whether the reply names the reservation asked for (`reservation.id`): checked against the
+        /// identifier, so that a reply about another reservation is never delivered as this one's.
+        bool replyNamesReservation = false;
     };
 
     /// Calls `completion` at once when on the main thread, otherwise posts it there (always, even when
@@ -129,7 +132,8 @@ public:
     /// request manager (under the API manager's request control, when it has one) and returns. The reply
     /// handler holds `completion` and nothing else it does not need.
     static void send(const VLMSDKAPIManager& manager, const Operation& operation, const std::string& path,
-                     const std::optional<VLMSDKJSON>& parameters, Completion completion) {
+                     const std::optional<VLMSDKJSON>& parameters, Completion completion,
+                     std::shared_ptr<const VLMSDKReplyExpectation> expected = nullptr) {
         const auto& builder = manager.requestBuilder();
         const VLMSDKRequestControl& control = manager.requestControl();
         std::shared_ptr<const VLMSDKRequest> request;
@@ -138,27 +142,39 @@ public:
         case Method::POST: request = builder->POSTWithPath(path, parameters); break;
         case Method::PATCH: request = builder->PATCHWithPath(path, parameters); break;
         }
+        // What the reply must name, and the request it answers (for the words of a mismatch).
+        Expected expectedReply;
+        if (expected) expectedReply = {expected, request};
         if (!control.cancellation && !control.handlerOffMainQueue) {
-            manager.requestManager()->performDataTaskRequest(
-                std::move(request),
-                // The manager calls this exactly once, so it may hand the completion on rather than copy it.
-                [operation = &operation, completion = std::move(completion)](
-                    std::shared_ptr<const VLMSDKJSONReply> json, std::shared_ptr<const VLMSDKURLResponse> response,
-                    VLMErrorPtr error) mutable {
-                    handleReply(*operation, nullptr, std::move(completion), std::move(json), std::move(response),
-                                std::move(error));
-                });
+            // The manager calls this exactly once, so it may hand the completion on rather than copy it.
+            auto handler = [operation = &operation, expectedReply = std::move(expectedReply),
+                            completion = std::move(completion)](std::shared_ptr<const VLMSDKJSONReply> json,
+                                                                std::shared_ptr<const VLMSDKURLResponse> response,
+                                                                VLMErrorPtr error) mutable {
+                handleReply(*operation, nullptr, expectedReply, std::move(completion), std::move(json),
+                            std::move(response), std::move(error));
+            };
+            if (!expected) {
+                manager.requestManager()->performDataTaskRequest(std::move(request), std::move(handler));
+                return;
+            }
+            VLMSDKRequestControl checked;
+            checked.expectedReply = std::move(expected);
+            manager.requestManager()->performControlledRequest(std::move(request), checked, std::move(handler));
             return;
         }
         auto controlled = std::make_shared<const Controlled>(
             Controlled{control, request ? request->method() + " " + request->redactedURL() : std::string("A request")});
+        VLMSDKRequestControl checked = control;
+        checked.expectedReply = std::move(expected);
         manager.requestManager()->performControlledRequest(
-            std::move(request), control,
-            [operation = &operation, controlled, completion = std::move(completion)](
-                std::shared_ptr<const VLMSDKJSONReply> json, std::shared_ptr<const VLMSDKURLResponse> response,
-                VLMErrorPtr error) mutable {
-                handleReply(*operation, controlled.get(), std::move(completion), std::move(json), std::move(response),
-                            std::move(error));
+            std::move(request), checked,
+            [operation = &operation, controlled, expectedReply = std::move(expectedReply),
+             completion = std::move(completion)](std::shared_ptr<const VLMSDKJSONReply> json,
+                                                 std::shared_ptr<const VLMSDKURLResponse> response,
+                                                 VLMErrorPtr error) mutable {
+                handleReply(*operation, controlled.get(), expectedReply, std::move(completion), std::move(json),
+                            std::move(response), std::move(error));
             });
     }
 
@@ -182,7 +198,10 @@ public:
                         site.function, site.file));
             return;
         }
-        send(manager, operation, pathWithIdentifier(pathFormat, identifier), parameters, std::move(completion));
+        send(manager, operation, pathWithIdentifier(pathFormat, identifier), parameters, std::move(completion),
+             operation.replyNamesReservation
+                 ? std::make_shared<const VLMSDKReplyExpectation>(VLMSDKReplyExpectation{"reservation", "id", identifier})
+                 : nullptr);
     }
 
     /// "path/%@" with the identifier put in place, as it is.
@@ -214,10 +233,16 @@ private:
         std::string what;
     };
 
+    struct Expected {
+        std::shared_ptr<const VLMSDKReplyExpectation> expectation;
+        std::shared_ptr<const VLMSDKRequest> request;
+    };
+
     static bool isCancelled(const VLMErrorPtr& error) { return error && error->code() == VLMErrorCode::Cancelled; }
 
     // `controlled` is null for a request without control (the common case: nothing extra is kept).
-    static void handleReply(const Operation& operation, const Controlled* controlled, Completion completion,
+    static void handleReply(const Operation& operation, const Controlled* controlled, const Expected& expected,
+                            Completion completion,
                             std::shared_ptr<const VLMSDKJSONReply> json, std::shared_ptr<const VLMSDKURLResponse> response,
                             VLMErrorPtr error) {
         const auto finishWith = [&](Result result, VLMErrorPtr failure) {
@@ -238,6 +263,16 @@ private:
         if (!validator.validate(&validationError)) {
             finishWith(Result{}, std::move(validationError));
             return;
+        }
+        // Checked again here, whatever request manager carried it: one that does not check it may hand over a
+        // reply about another reservation.
+        if (json && expected.expectation) {
+            const std::string what = expected.request ? expected.request->method() + " " + expected.request->redactedURL()
+                                                      : std::string("the request");
+            if (auto mismatch = expected.expectation->mismatchIn(*json, what, false)) {
+                finishWith(Result{}, std::move(mismatch));
+                return;
+            }
         }
         static const VLMSDKJSONReply noReply{VLMSDKJSON()};
         auto [result, failure] = operation.finish(json ? *json : noReply);

@@ -45,27 +45,32 @@ const ReservationFrame::Operation fetchOperation{ReservationFrame::Method::GET,
                                                  "Successfully fetch reservation.",
                                                  "Failed to fetch reservation.",
                                                  {"reservation"},
-                                                 &reservationFromReply};
+                                                 &reservationFromReply,
+                                                 /*replyNamesReservation=*/true};
 const ReservationFrame::Operation confirmOperation{ReservationFrame::Method::PATCH,
                                                    "Successfully confirm reservation.",
                                                    "Failed to confirm a reservation.",
                                                    {"reservation"},
-                                                   &reservationFromReply};
+                                                   &reservationFromReply,
+                                                   /*replyNamesReservation=*/true};
 const ReservationFrame::Operation checkinOperation{ReservationFrame::Method::PATCH,
                                                    "Successfully did mobile checkin for reservation.",
                                                    "Failed to make a mobile checkin for reservation.",
                                                    {"reservation"},
-                                                   &reservationFromReply};
+                                                   &reservationFromReply,
+                                                   /*replyNamesReservation=*/true};
 const SuccessFrame::Operation checkoutOperation{SuccessFrame::Method::PATCH,
                                                 "Successfully did mobile checkout for reservation.",
                                                 "Failed to make a mobile checkout for reservation.",
                                                 {},
-                                                &succeed};
+                                                &succeed,
+                                                /*replyNamesReservation=*/true};
 const PayFrame::Operation payOperation{PayFrame::Method::POST,
                                        "Successfully pay for reservation.",
                                        "Failed to pay for reservation.",
                                        {"reservation", "transaction"},
-                                       &paymentFromReply};
+                                       &paymentFromReply,
+                                       /*replyNamesReservation=*/true};
 const FolioFrame::Operation fetchMasterBillOperation{FolioFrame::Method::GET,
                                                      "Successfully fetch reservation's master bill.",
                                                      "Failed to fetch reservation's master bill.",
