@@ -370,7 +370,6 @@ TEST_P(VlmsdkPmsToolTest, SeparateCommandsShareTheBackgroundServiceUntilItStops)
         {"checkin", "rsv_0005"},
         {"pay", "rsv_0005", "--card", "card_elspeth_mc_4444", "--amount", "7.50", "--currency", "EUR"},
         {"charge", "rsv_0005", "itm_spa_pass:2"},
-        {"checkout", "rsv_0005"},
     };
     for (const Arguments& command : stay) {
         SCOPED_TRACE(command.front());
@@ -378,11 +377,34 @@ TEST_P(VlmsdkPmsToolTest, SeparateCommandsShareTheBackgroundServiceUntilItStops)
         EXPECT_EQ(run.exitStatus, 0) << run.err;
         EXPECT_EQ(run.err, "");
     }
+    // Payments whose replies are lost: by default (keys on for the local service) the payment goes again with
+    // its key and is made once; with keys off it goes once, and the user is told to look before paying again.
+    const auto paid = [&] {
+        return parsedDocument(tool({"--json", "sandbox", "list"}).out).at("reservations").at(4).at("folio").at("paid");
+    };
+    Arguments dropNextPayments = {"sandbox", "fault", "add", "--drop-reply", "--method", "POST",
+                                        "--path", "guest/reservations/rsv_0005/transactions", "--times", "2"};
+    const Arguments payFive = {"pay", "rsv_0005", "--card", "card_elspeth_mc_4444", "--amount", "5", "--currency", "EUR"};
+    ASSERT_EQ(tool(dropNextPayments).exitStatus, 0);
+    const double before = paid();
+    const ToolRun keyed = tool(payFive);
+    EXPECT_EQ(keyed.exitStatus, 0) << keyed.err;
+    EXPECT_EQ(paid(), before + 5);
+    dropNextPayments.back() = "1";
+    ASSERT_EQ(tool(dropNextPayments).exitStatus, 0);
+    Arguments unkeyed = payFive;
+    unkeyed.insert(unkeyed.begin(), {"--idempotency-keys", "off"});
+    const ToolRun once = tool(unkeyed);
+    EXPECT_EQ(once.exitStatus, 1);
+    expectInOrder(once.err, {"pay failed: ", "may have acted on it", "'vlmsdk-pms folio rsv_0005'"});
+    EXPECT_EQ(paid(), before + 10);
+    ASSERT_EQ(tool({"sandbox", "fault", "clear"}).exitStatus, 0);
+    ASSERT_EQ(tool({"checkout", "rsv_0005"}).exitStatus, 0);
     const nlohmann::json listed = parsedDocument(tool({"--json", "sandbox", "list"}).out);
     EXPECT_EQ(listed.at("reservations").at(4).at("status"), "checked_out");
-    EXPECT_EQ(listed.at("reservations").at(4).at("folio").at("outstanding"), 90.0);
+    EXPECT_EQ(listed.at("reservations").at(4).at("folio").at("outstanding"), 80.0);
     const nlohmann::json log = parsedDocument(tool({"--json", "sandbox", "log"}).out);
-    ASSERT_EQ(log.at("requests").size(), 5u);
+    ASSERT_EQ(log.at("requests").size(), 9u);  // the stay's 5, the keyed payment's 3, the unkeyed one
     EXPECT_EQ(log.at("requests").at(2).at("path"), "/guest/reservations/rsv_0005/transactions");
 
     // A fault set through the tool hits the next matching command, then runs out.
@@ -390,7 +412,7 @@ TEST_P(VlmsdkPmsToolTest, SeparateCommandsShareTheBackgroundServiceUntilItStops)
                   .exitStatus,
               0);
     expectInOrder(tool({"sandbox", "fault", "list"}).out, {"1. status 503 with Retry-After 1 s on GET any path, 1 left"});
-    expectInOrder(tool({"fetch", "rsv_0005"}).err, {"fetch failed: HTTP 503"});
+    expectInOrder(tool({"--retries", "0", "fetch", "rsv_0005"}).err, {"fetch failed: HTTP 503"});
     EXPECT_EQ(tool({"fetch", "rsv_0005"}).exitStatus, 0);
 
     // Each demo takes a booking still before check-in; once none is left, it puts the bookings back.

@@ -92,6 +92,16 @@ std::optional<std::chrono::milliseconds> PMSArgumentRules::seconds(std::string_v
     return std::chrono::milliseconds(std::llround(*value * 1000));
 }
 
+std::optional<unsigned> PMSArgumentRules::retries(std::string_view text) {
+    unsigned count = 0;
+    const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), count);
+    if (text.empty() || failed != std::errc() || end != text.data() + text.size() ||
+        count > static_cast<unsigned>(kMaximumRetries)) {
+        return std::nullopt;
+    }
+    return count;
+}
+
 std::string PMSArgumentRules::problem(Kind kind, std::string_view text) {
     switch (kind) {
     case Kind::Identifier:
@@ -113,6 +123,10 @@ std::string PMSArgumentRules::problem(Kind kind, std::string_view text) {
         return seconds(text) ? ""
                              : "wants a number of seconds from 0.001 to " + std::to_string(kMaximumSeconds) +
                                    ", such as 30 or 2.5; not " + quoted(text);
+    case Kind::Retries:
+        return retries(text) ? ""
+                             : "wants a whole number of retries from 0 to " + std::to_string(kMaximumRetries) +
+                                   ", such as 2; not " + quoted(text);
     case Kind::ServiceURL: {
         std::string why;
         if (PMSServiceURL::parse(std::string(text), &why)) return "";

@@ -20,11 +20,13 @@ public:
         Currency,    ///< a three-letter code; sent in capitals
         Item,        ///< ITEM or ITEM:QTY: an identifier, and a whole number from 1 to kMaximumQuantity
         Seconds,     ///< a duration in seconds, from 0.001 to kMaximumSeconds
+        Retries,     ///< a whole number of retries, from 0 to kMaximumRetries
         ServiceURL,  ///< an http or https URL with a host (see PMSServiceURL)
     };
 
     static constexpr int kMaximumQuantity = 999;
     static constexpr int kMaximumSeconds = 86400;
+    static constexpr int kMaximumRetries = 10;
 
     /// Empty when `text` is a good value of `kind`; else what such a value must be, and what is wrong with
     /// this one, for a line that starts with the flag's name ("--amount: wants ...").
@@ -35,6 +37,7 @@ public:
     static std::optional<std::string> currency(std::string_view text);
     static std::optional<PMSChargeItem> item(std::string_view text);
     static std::optional<std::chrono::milliseconds> seconds(std::string_view text);
+    static std::optional<unsigned> retries(std::string_view text);
     static bool isIdentifier(std::string_view text);
     static bool isText(std::string_view text);
 };

@@ -91,6 +91,31 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
         ->type_name("libcurl|http1")
         ->check(CLI::IsMember({"libcurl", "http1"}))
         ->capture_default_str();
+    std::string retries = "2";
+    app.add_option("--retries", retries,
+                   "Attempts after the first, only where sending again cannot act twice: a request that never "
+                   "left, a GET after a lost connection, a timeout or 429/502/503/504, and with idempotency keys a "
+                   "POST or PATCH too; 0 sends each request once")
+        ->envname("VLMSDK_PMS_RETRIES")
+        ->type_name("N")
+        ->check(PMSUsage::rule(Kind::Retries))
+        ->capture_default_str();
+    std::string keys = "auto";
+    app.add_option("--idempotency-keys", keys,
+                   "Send an Idempotency-Key with each POST and PATCH, so that one whose answer was lost is sent "
+                   "again and acted on once; auto: on for the local service (it honours keys), off for --base-url")
+        ->envname("VLMSDK_PMS_IDEMPOTENCY_KEYS")
+        ->type_name("auto|on|off")
+        ->check(CLI::IsMember({"auto", "on", "off"}))
+        ->capture_default_str();
+    std::string tokenLifetime = "3600";
+    app.add_option("--token-ttl", tokenLifetime,
+                   "Seconds the tokens asked of the local service live (without --token); they are fetched anew "
+                   "before they expire")
+        ->envname("VLMSDK_PMS_TOKEN_TTL")
+        ->type_name("SECONDS")
+        ->check(PMSUsage::rule(Kind::Seconds))
+        ->capture_default_str();
     app.add_flag("--json", settings.json, "Print one JSON document instead of text");
     app.add_flag("-v,--verbose", settings.verbosity,
                  "Show each HTTP request on standard error (twice: with headers and bodies)");
@@ -272,6 +297,9 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     if (caFileOption->count() > 0 || !caFile.empty()) settings.caFile = caFile;
     settings.timeout = *PMSArgumentRules::seconds(timeout);
     if (transport == "http1") settings.transport = VLMSDKHTTPRequestManagerOptions::Transport::HTTP1;
+    settings.retries = *PMSArgumentRules::retries(retries);
+    settings.tokenLifetime = std::chrono::ceil<std::chrono::seconds>(*PMSArgumentRules::seconds(tokenLifetime));
+    if (keys != "auto") settings.idempotencyKeys = keys == "on";
     // The tool reports every failure itself, once; -v shows the wire instead of the SDK's log lines.
     VLMSDKConsoleLogger::sharedLogger().setMaximumLevel(0);
     if (sandboxCommands.selected()) return sandboxCommands.run(settings);

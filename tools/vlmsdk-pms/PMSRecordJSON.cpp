@@ -135,9 +135,11 @@ std::string PMSRecordJSON::codeName(VLMErrorCode code) {
     case VLMErrorCode::Cancelled: return "Cancelled";
     case VLMErrorCode::InvalidRequest: return "InvalidRequest";
     case VLMErrorCode::ReplyTooLarge: return "ReplyTooLarge";
+    case VLMErrorCode::Authentication: return "Authentication";
     case VLMErrorCode::HTTPStatus: return "HTTPStatus";
     case VLMErrorCode::InvalidResponse: return "InvalidResponse";
     case VLMErrorCode::MissingRequiredKey: return "MissingRequiredKey";
+    case VLMErrorCode::ReplyMismatch: return "ReplyMismatch";
     case VLMErrorCode::Mapping: return "Mapping";
     case VLMErrorCode::Archive: return "Archive";
     }

@@ -1,6 +1,7 @@
 #include "PMSServiceConnection.h"
 
 #include "PMSBackgroundSandbox.h"
+#include "PMSSandboxCredentials.h"
 #include "PMSServiceURL.h"
 
 #include <VLMSDKCoreKit/VLMSDKConfiguration.h>
@@ -55,13 +56,23 @@ std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettin
     enableKit();
 
     auto builder = std::make_shared<VLMSDKRequestBuilder>(connection->baseURL_);
-    builder->setAccessToken(token);
+    if (connection->service_ != Service::Given && !settings.token) {
+        // The local service's main token only opens its admin API here: requests carry short-lived tokens
+        // it issues, refreshed as they expire.
+        builder->setCredentialsProvider(
+            std::make_shared<PMSSandboxCredentials>(connection->baseURL_, connection->token_, settings.tokenLifetime));
+    } else {
+        builder->setAccessToken(token);
+    }
     VLMSDKHTTPRequestManagerOptions options;
     options.requestTimeout = settings.timeout;
     options.caFile = settings.caFile;
     options.transport = settings.transport;
     options.connectTimeout = std::min<std::chrono::milliseconds>(settings.timeout, std::chrono::seconds(10));
     options.exchangeObserver = std::move(observer);
+    options.retry.maximumAttempts = settings.retries + 1;
+    // The local service honours keys; a service given by URL gets them only when asked for.
+    options.retry.idempotencyKeys = settings.idempotencyKeys.value_or(connection->service_ != Service::Given);
     connection->requestManager_ = std::make_shared<VLMSDKHTTPRequestManager>(options);
     connection->apiManager_ = std::make_unique<VLMSDKAPIManager>(builder, connection->requestManager_);
     return connection;

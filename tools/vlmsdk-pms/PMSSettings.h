@@ -23,6 +23,13 @@ struct PMSSettings {
     /// Who speaks HTTP: libcurl (the default, as in a host app), or the core's own HTTP/1.1 connections for
     /// plain http to an address.
     VLMSDKHTTPRequestManagerOptions::Transport transport = VLMSDKHTTPRequestManagerOptions::Transport::LibCurl;
+    /// Attempts after the first, where sending again cannot do anything twice (see VLMSDKRetryPolicy).
+    unsigned retries = 2;
+    /// Whether POST and PATCH carry an Idempotency-Key (and may then be sent again): absent, on for the local
+    /// service, which honours keys, and off for a service given by URL.
+    std::optional<bool> idempotencyKeys;
+    /// How long the tokens the tool asks the local service for live (without --token); refreshed as they expire.
+    std::chrono::seconds tokenLifetime{3600};
     /// How long one operation may take before the tool gives up on it.
     std::chrono::milliseconds timeout{std::chrono::seconds(30)};
 };
