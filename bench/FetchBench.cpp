@@ -271,9 +271,16 @@ private:
 
 class KitDriver final : public Driver {
 public:
-    KitDriver(const std::string& baseURL, VLMSDKHTTPRequestManagerOptions options, const char* label)
+    KitDriver(const std::string& baseURL, VLMSDKHTTPRequestManagerOptions options, const char* label,
+              std::shared_ptr<VLMSDKCredentialsProvider> credentials = nullptr)
         : manager_(std::make_shared<VLMSDKHTTPRequestManager>(std::move(options))),
-          api_(std::make_shared<VLMSDKRequestBuilder>(baseURL), manager_),
+          api_(
+              [&] {
+                  auto builder = std::make_shared<VLMSDKRequestBuilder>(baseURL);
+                  if (credentials) builder->setCredentialsProvider(std::move(credentials));
+                  return builder;
+              }(),
+              manager_),
           label_(label) {}
 
     const char* name() const override { return label_; }
@@ -448,11 +455,11 @@ struct Settings {
 
 // Every client, in the order a run takes them. (q) runs in a process of its own: cpprestsdk's pool is
 // sized once per process, and (p) sets it to two threads.
-constexpr std::string_view kLetters = "abcdtmhpq";
+constexpr std::string_view kLetters = "abcdktmhpq";
 #if VLMSDK_BENCH_HAVE_CPPREST
-constexpr const char* kDefaultClients = "abcdtmhpq";
+constexpr const char* kDefaultClients = "abcdktmhpq";
 #else
-constexpr const char* kDefaultClients = "abcltmh";
+constexpr const char* kDefaultClients = "abcdktmh";
 #endif
 
 Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settings, const LoopbackServer& server) {
@@ -678,6 +685,14 @@ int main(int argc, char** argv) {
         options.transport = Options::Transport::HTTP1;
         drivers['d'] = std::make_unique<KitDriver>(server->baseURL(), options, "(d) kit, HTTP/1.1 adapter");
     }
+    if (wants('k')) {
+        // A token that never expires: after the first fetch every request takes it from the cache.
+        struct LastingToken final : VLMSDKCredentialsProvider {
+            void fetchToken(Completion completion) override { completion(VLMSDKAccessToken{"bench-token"}, nullptr); }
+        };
+        drivers['k'] = std::make_unique<KitDriver>(server->baseURL(), Options(), "(k) kit, token from credentials",
+                                                   std::make_shared<LastingToken>());
+    }
     if (wants('t')) {
         Options options;
         options.mode = Options::Mode::Threaded;
@@ -739,6 +754,15 @@ int main(int argc, char** argv) {
             }
             std::printf("  client CPU per op: kit frame (c-m) %+.1f us, manager (m-b) %+.1f us\n", median(frame),
                         median(manager));
+        }
+        if (has('k') && has('c')) {
+            // What a cached token costs a request, run by run (the two run side by side in each).
+            std::vector<double> token;
+            for (std::size_t r = 0; r < table[f]['k'].size() && r < table[f]['c'].size(); ++r) {
+                token.push_back(table[f]['k'][r].cpu - table[f]['c'][r].cpu);
+            }
+            std::printf("  client CPU per op: cached token (k-c) %+.2f us\n", median(token));
+            entry["cachedTokenCPU"] = median(token);
         }
         // The kit against each other client, and the HTTP/1.1 adapter against the default and (b).
         constexpr std::pair<char, char> kRatios[] = {{'c', 'a'}, {'c', 'b'}, {'c', 'p'}, {'c', 'q'},

@@ -16,8 +16,11 @@ struct VLMSDKReplyExpectation {
     std::string member;
     std::string value;
 
-    /// A `VLMErrorCode::ReplyMismatch` error naming both values when `reply` names another one, else nullptr.
-    /// `what` says which request it answered ("GET https://..."); `connectionClosed` that the transport closed
-    /// the connection the reply came on (the message says so). Throws only std::bad_alloc.
-    VLMErrorPtr mismatchIn(const VLMSDKJSONReply& reply, const std::string& what, bool connectionClosed) const;
+    /// Whether `reply` names another value there. Builds nothing and allocates nothing.
+    bool isContradictedBy(const VLMSDKJSONReply& reply) const;
+
+    /// The `VLMErrorCode::ReplyMismatch` error for a reply that contradicts it, naming both values; `what` says
+    /// which request it answered ("GET https://..."), `connectionClosed` that the transport closed the
+    /// connection the reply came on (the message says so). Throws only std::bad_alloc.
+    VLMErrorPtr mismatchError(const VLMSDKJSONReply& reply, const std::string& what, bool connectionClosed) const;
 };

@@ -2,14 +2,18 @@
 
 #include "VLMSDKRequestCheck.h"
 
-VLMErrorPtr VLMSDKReplyExpectation::mismatchIn(const VLMSDKJSONReply& reply, const std::string& what,
-                                               bool connectionClosed) const {
+bool VLMSDKReplyExpectation::isContradictedBy(const VLMSDKJSONReply& reply) const {
     const auto named = reply.nestedString(object, member);
-    if (!named || *named == value) return nullptr;
+    return named && *named != value;
+}
+
+VLMErrorPtr VLMSDKReplyExpectation::mismatchError(const VLMSDKJSONReply& reply, const std::string& what,
+                                                  bool connectionClosed) const {
+    const std::string_view named = reply.nestedString(object, member).value_or(std::string_view());
     // The service's words are cut and escaped: they reach logs and screens.
     constexpr std::size_t kShown = 64;
-    std::string shown = vlmsdk::detail::VLMSDKRequestCheck::escaped(named->substr(0, kShown));
-    if (named->size() > kShown) shown += "...";
+    std::string shown = vlmsdk::detail::VLMSDKRequestCheck::escaped(named.substr(0, kShown));
+    if (named.size() > kShown) shown += "...";
     VLMError::Details details;
     details.domain = kVLMSDKNetworkErrorDomain;
     details.code = VLMErrorCode::ReplyMismatch;

@@ -86,9 +86,9 @@ VLMSDKHTTPPendingRequest VLMSDKHTTPAttempt::next(bool refreshingAuthorization) c
 }
 
 VLMErrorPtr VLMSDKHTTPAttempt::mismatchOf(const VLMSDKHTTPReply& reply) const {
-    if (!expectedReply_ || !reply.body || reply.error) return nullptr;
+    if (!expectedReply_ || !reply.body || reply.error || !expectedReply_->isContradictedBy(*reply.body)) return nullptr;
     try {
-        return expectedReply_->mismatchIn(*reply.body, describe(*request_), true);
+        return expectedReply_->mismatchError(*reply.body, describe(*request_), true);
     } catch (const std::exception&) {
         return nullptr;  // out of memory: the kit's own check still stands before delivery
     }
@@ -202,6 +202,7 @@ VLMSDKHTTPExchange VLMSDKHTTPAttempt::exchange(const VLMSDKHTTPReply& reply) con
         // The scheme stays readable ("Bearer ***"); the credentials never leave.
         if (equalsIgnoringASCIICase(name, "Authorization")) value = value.substr(0, value.find(' ')) + " ***";
     }
+    if (authorization_) exchange.requestHeaders.emplace_back("Authorization", "Bearer ***");
     exchange.requestBody = request_->body();
     if (reply.response) {
         exchange.statusCode = reply.response->statusCode();

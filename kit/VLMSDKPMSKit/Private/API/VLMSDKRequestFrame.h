@@ -266,13 +266,11 @@ private:
         }
         // Checked again here, whatever request manager carried it: one that does not check it may hand over a
         // reply about another reservation.
-        if (json && expected.expectation) {
+        if (json && expected.expectation && expected.expectation->isContradictedBy(*json)) {
             const std::string what = expected.request ? expected.request->method() + " " + expected.request->redactedURL()
                                                       : std::string("the request");
-            if (auto mismatch = expected.expectation->mismatchIn(*json, what, false)) {
-                finishWith(Result{}, std::move(mismatch));
-                return;
-            }
+            finishWith(Result{}, expected.expectation->mismatchError(*json, what, false));
+            return;
         }
         static const VLMSDKJSONReply noReply{VLMSDKJSON()};
         auto [result, failure] = operation.finish(json ? *json : noReply);
