@@ -27,8 +27,8 @@ using namespace std::chrono_literals;
 using Mode = VLMSDKHTTPRequestManager::Options::Mode;
 using Transport = VLMSDKHTTPRequestManager::Options::Transport;
 
-// Gives the tokens of its list in turn (the last one again when they run out), each fetch held until the
-// test opens the gate.
+// Gives the tokens of its list in turn (the last one again when they run out; an empty one is a failed
+// fetch), each fetch held until the test opens the gate.
 class ListProvider final : public VLMSDKCredentialsProvider {
 public:
     explicit ListProvider(std::vector<std::string> tokens, bool open = true) : tokens_(std::move(tokens)), open_(open) {}
@@ -38,6 +38,11 @@ public:
             std::unique_lock lock(mutex_);
             opened_.wait(lock, [&] { return open_; });
             token = tokens_[std::min(fetches_++, tokens_.size() - 1)];
+        }
+        if (token.empty()) {
+            completion(std::nullopt, VLMError::errorWithCode(VLMErrorCode::Transport, "sign-in",
+                                                             "the sign-in service is down", "f", "file"));
+            return;
         }
         completion(VLMSDKAccessToken{token}, nullptr);
     }
@@ -115,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(HTTP1, FieldSafetyTest,
                                             ::testing::Values(Transport::HTTP1)),
                          [](const auto& info) { return std::get<Mode>(info.param) == Mode::Pumped ? "Pumped" : "Threaded"; });
 
-TEST_P(FieldSafetyTest, A401FetchesTheTokenAnewAndSendsAnyMethodOnceMoreAndASecond401Ends) {
+TEST_P(FieldSafetyTest, A401FetchesTheTokenAnewAndSendsAnyMethodOnceMoreASecondEndsItAndAFailedFetchSendsNothing) {
     std::atomic<int> seen{0};
     TestHTTPServer server([&](httplib::Server& s) {
         const auto answer = [&](const httplib::Request& request, httplib::Response& response) {
@@ -127,12 +132,15 @@ TEST_P(FieldSafetyTest, A401FetchesTheTokenAnewAndSendsAnyMethodOnceMoreAndASeco
         s.Get("/r", answer);
         s.Post("/r", answer);
     });
-    struct Row { const char* method; std::vector<std::string> tokens; long status; };
+    // status 0: no answer, the request ends with an Authentication error naming the provider's failure.
+    struct Row { const char* method; std::vector<std::string> tokens; long status; int sent; };
     const Row rows[] = {
-        {"GET", {"stale", "good"}, 200},
-        {"POST", {"stale", "good"}, 200},
-        {"GET", {"stale", "still-stale"}, 401},
-        {"GET", {"good"}, 200},
+        {"GET", {"stale", "good"}, 200, 2},
+        {"POST", {"stale", "good"}, 200, 2},
+        {"GET", {"stale", "still-stale"}, 401, 2},
+        {"GET", {"good"}, 200, 1},
+        {"POST", {""}, 0, 0},
+        {"GET", {"stale", ""}, 0, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.method) + " " + row.tokens.front());
@@ -146,11 +154,18 @@ TEST_P(FieldSafetyTest, A401FetchesTheTokenAnewAndSendsAnyMethodOnceMoreAndASeco
         manager.performDataTaskRequest(request, outcomes.completion(0));
         ASSERT_TRUE(outcomes.wait());
         const Outcome outcome = outcomes.at(0);
+        EXPECT_EQ(seen.load(), row.sent);
+        EXPECT_EQ(builder.credentials()->fetchCount(), row.tokens.size());
+        if (row.status == 0) {
+            ASSERT_TRUE(outcome.error);
+            EXPECT_EQ(outcome.error->code(), VLMErrorCode::Authentication);
+            EXPECT_NE(outcome.error->developerMessage().find("the sign-in service is down"), std::string::npos)
+                << outcome.error->description();
+            continue;
+        }
         EXPECT_EQ(outcome.error, nullptr) << outcome.error->description();
         ASSERT_TRUE(outcome.response);
         EXPECT_EQ(outcome.response->statusCode(), row.status);
-        EXPECT_EQ(seen.load(), static_cast<int>(row.tokens.size()));
-        EXPECT_EQ(builder.credentials()->fetchCount(), row.tokens.size());
     }
 }
 
