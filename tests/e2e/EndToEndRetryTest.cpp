@@ -55,3 +55,24 @@ TEST_P(EndToEndRetryTest, LostRepliesOfKeyedPaymentsAndChargesArePostedOnceAndUn
         EXPECT_EQ(postings(Client(sandbox->baseUrl(), kSandboxToken, transport()).api()), before + 2);
     }
 }
+
+TEST_P(EndToEndRetryTest, AKeyedPaymentWhoseEveryReplyWasLostSaysItWasSentAgainUnderOneKey) {
+    const std::string pay3 = "guest/reservations/rsv_0003/transactions";
+    auto sandbox = startSandbox();
+    Client client(sandbox->baseUrl(), kSandboxToken, transport(), VLMSDKHTTPRequestManagerOptions::Mode::Automatic,
+                  {3, 1ms, 20ms, true});
+    sandbox->addFault(Fault::dropReply().matching("POST", pay3).times(3));
+    DeliveryLog log;
+    pay("rsv_0003", 10, "USD", "card_cassia_visa_0077")(client.api(), log);
+    ASSERT_TRUE(log.waitFor(1));
+    client.settle();
+    EXPECT_EQ(sandbox->requestCount("POST", pay3), 3u);
+    const VLMErrorPtr error = log.at(0).error;
+    ASSERT_TRUE(error);
+    const std::string text = error->developerMessage();
+    EXPECT_NE(text.find("after 3 attempts"), std::string::npos) << text;
+    EXPECT_NE(text.find("may have acted on it, once: every attempt carries the same idempotency key"),
+              std::string::npos)
+        << text;
+    EXPECT_EQ(text.find("not sent again"), std::string::npos) << text;
+}

@@ -183,7 +183,10 @@ VLMErrorPtr VLMSDKHTTPAttempt::endError(VLMSDKHTTPAttemptEnd end, std::string_vi
     const bool mayHaveReached = end == End::SendFailed || end == End::ReceiveFailed || end == End::NoAnswer ||
                                 end == End::CutShort || end == End::MalformedReply;
     if (mayHaveReached && request_->method() != "GET") {
-        message.append(". The service may have acted on it; it was not sent again");
+        // A keyed request may go again (the retry rule decides after this): its key keeps it to one effect.
+        message.append(keyed_ ? ". The service may have acted on it, once: every attempt carries the same "
+                                "idempotency key"
+                              : ". The service may have acted on it; it was not sent again");
     }
     switch (end) {
         case End::TimedOut: return networkError(VLMErrorCode::Timeout, std::move(message), __func__);
