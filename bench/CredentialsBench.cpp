@@ -12,7 +12,7 @@
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManager.h>
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
 #include <VLMSDKPMSKit/VLMSDKPMSKit.h>
-#include <pmssandbox/SandboxClient.h>
+#include <PMSSandboxCredentials.h>
 #include <pmssandbox/SandboxServer.h>
 
 #include <atomic>
@@ -28,26 +28,6 @@ namespace {
 constexpr const char* kUsage =
     "usage: vlmsdk-bench-credentials [--requests N] [--seconds S] [--threads N] [--ttl S] [--json FILE]\n";
 
-// Tokens from the service's admin API, `lifetime` seconds each.
-class IssuingProvider final : public VLMSDKCredentialsProvider {
-public:
-    IssuingProvider(std::string url, std::string mainToken, int lifetime)
-        : url_(std::move(url)), mainToken_(std::move(mainToken)), lifetime_(lifetime) {}
-    void fetchToken(Completion completion) override {
-        const auto asked = std::chrono::system_clock::now();
-        std::string why;
-        pmssandbox::SandboxClient client(url_, mainToken_);
-        if (auto issued = client.issueToken(lifetime_, &why)) {
-            completion(VLMSDKAccessToken{issued->token, asked + issued->expiresIn}, nullptr);
-        } else {
-            completion(std::nullopt, VLMError::errorWithCode(VLMErrorCode::Transport, "bench", why, "f", "file"));
-        }
-    }
-
-private:
-    std::string url_, mainToken_;
-    int lifetime_;
-};
 
 // Outcomes counted on the main thread, where completions run.
 struct Tally {
@@ -65,7 +45,7 @@ struct Tally {
 std::shared_ptr<VLMSDKRequestBuilder> builderFor(const pmssandbox::SandboxServer& service, const std::string& token,
                                                  int ttl) {
     auto builder = std::make_shared<VLMSDKRequestBuilder>(service.baseUrl());
-    builder->setCredentialsProvider(std::make_shared<IssuingProvider>(service.baseUrl(), token, ttl));
+    builder->setCredentialsProvider(std::make_shared<PMSSandboxCredentials>(service.baseUrl(), token, std::chrono::seconds(ttl)));
     return builder;
 }
 

@@ -2,7 +2,7 @@
 // error, and each token is fetched once per lifetime, however many requests are waiting.
 #include "EndToEndSupport.h"
 
-#include <pmssandbox/SandboxClient.h>
+#include <PMSSandboxCredentials.h>
 
 #include <gtest/gtest.h>
 
@@ -12,36 +12,13 @@
 using namespace std::chrono_literals;
 using namespace e2e;
 
-namespace {
-
-// Tokens the local service issues through its admin API, `lifetime` each.
-class IssuingProvider final : public VLMSDKCredentialsProvider {
-public:
-    IssuingProvider(std::string url, int lifetime) : url_(std::move(url)), lifetime_(lifetime) {}
-    void fetchToken(Completion completion) override {
-        const auto asked = std::chrono::system_clock::now();
-        std::string why;
-        pmssandbox::SandboxClient client(url_, kSandboxToken);
-        if (auto issued = client.issueToken(lifetime_, &why)) {
-            completion(VLMSDKAccessToken{issued->token, asked + issued->expiresIn}, nullptr);
-        } else {
-            completion(std::nullopt, VLMError::errorWithCode(VLMErrorCode::Transport, "test", why, "f", "file"));
-        }
-    }
-
-private:
-    std::string url_;
-    int lifetime_;
-};
-
-}  // namespace
 
 E2E_SUITE_ON_EACH_TRANSPORT(EndToEndCredentialsTest);
 
 TEST_P(EndToEndCredentialsTest, CallersOnFourThreadsGetNoAuthenticationErrorAndOneFetchPerTokenLifetime) {
     auto sandbox = startSandbox();
     Client client(sandbox->baseUrl(), std::nullopt, transport(), VLMSDKHTTPRequestManagerOptions::Mode::Automatic, {},
-                  std::make_shared<IssuingProvider>(sandbox->baseUrl(), 1));
+                  std::make_shared<PMSSandboxCredentials>(sandbox->baseUrl(), kSandboxToken, 1s));
     constexpr auto kRun = 2500ms;
     DeliveryLog log;
     std::atomic<std::size_t> started{0};
