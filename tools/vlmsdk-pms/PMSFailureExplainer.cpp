@@ -44,6 +44,11 @@ PMSFailure PMSFailureExplainer::explain(const std::string& operation, VLMErrorPt
         hint = "No answer came from " + serviceURL_ + " in time: is the service running and reachable there? " +
                "--timeout sets how long to wait.";
         break;
+    case VLMErrorCode::Authentication:
+        // A token the tool fetched (from the local service) was refused, or none could be fetched.
+        hint = "No token the service takes could be had: check that the local service runs, or give one with --token "
+               "(or VLMSDK_PMS_TOKEN).";
+        break;
     case VLMErrorCode::HTTPStatus:
         switch (error->httpStatusCode().value_or(0)) {
         case 401:
