@@ -1,6 +1,8 @@
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
 
 #include "VLMSDKMainQueueSource.h"
+#include "VLMSDKSystemCalls.h"
+#include "VLMSDKWakeup.h"
 
 #include <algorithm>
 #include <atomic>
@@ -10,8 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include <sys/eventfd.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 using vlmsdk::detail::VLMSDKMainQueueSource;
@@ -34,7 +34,7 @@ struct Queue {
     bool mainThreadWaiting = false;  // only then is a wake-up worth its system call
     std::atomic<bool> hasExecutor{false};
     // What ends the main thread's wait besides the sources' own descriptors.
-    const int wakeDescriptor = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    const vlmsdk::detail::VLMSDKWakeup wakeup;
     // The main thread's own: the outermost round's buffers, and how deep rounds are nested (a task that
     // pumps the queue itself gets buffers of its own).
     PumpBuffers buffers;
@@ -56,13 +56,11 @@ void runTask(VLMSDKMainQueue::Task& task) {
 }
 
 void wake(Queue& q) {
-    const std::uint64_t one = 1;
-    // A full counter already wakes the waiter; nothing else can go wrong worth reporting.
-    [[maybe_unused]] const auto written = ::write(q.wakeDescriptor, &one, sizeof one);
+    q.wakeup.signal();
 }
 
 std::size_t pumpRound(Queue& q, PumpBuffers& b, std::chrono::steady_clock::time_point deadline) {
-    b.descriptors.assign(1, pollfd{q.wakeDescriptor, POLLIN, 0});
+    b.descriptors.assign(1, pollfd{q.wakeup.descriptor(), POLLIN, 0});
     b.firsts.clear();
     {
         std::lock_guard lock(q.mutex);
@@ -86,10 +84,7 @@ std::size_t pumpRound(Queue& q, PumpBuffers& b, std::chrono::steady_clock::time_
         std::lock_guard lock(q.mutex);
         q.mainThreadWaiting = false;
     }
-    if (b.descriptors[0].revents & POLLIN) {
-        std::uint64_t count = 0;
-        [[maybe_unused]] const auto read = ::read(q.wakeDescriptor, &count, sizeof count);
-    }
+    if (b.descriptors[0].revents & POLLIN) q.wakeup.drain();
     for (std::size_t i = 0; i < b.sources.size(); ++i) {
         b.sources[i]->dispatch(
             std::span<const pollfd>(b.descriptors).subspan(b.firsts[i], b.firsts[i + 1] - b.firsts[i]));
@@ -158,9 +153,7 @@ bool mainQueueHasExecutor() { return queue().hasExecutor.load(std::memory_order_
 }  // namespace vlmsdk::detail
 
 bool VLMSDKMainQueue::isMainThread() {
-    // The thread whose id is the process id is the one that started the process.
-    static const pid_t processID = ::getpid();
-    thread_local const bool isMain = static_cast<pid_t>(::syscall(SYS_gettid)) == processID;
+    thread_local const bool isMain = vlmsdk::detail::isProcessMainThread();
     return isMain;
 }
 

@@ -1,5 +1,7 @@
 #include "VLMSDKHTTP1Connection.h"
 
+#include "../VLMSDKSystemCalls.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -84,7 +86,7 @@ std::optional<VLMSDKHTTP1Connection::Target> VLMSDKHTTP1Connection::Target::of(s
 }
 
 std::unique_ptr<VLMSDKHTTP1Connection> VLMSDKHTTP1Connection::open(const Target& target, std::string* error) {
-    const int socket = ::socket(target.address.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
+    const int socket = openStreamSocket(target.address.ss_family);
     if (socket < 0) {
         *error = "No socket could be made: " + errnoText(errno);
         return nullptr;
@@ -187,7 +189,7 @@ VLMSDKHTTP1Connection::Step VLMSDKHTTP1Connection::advance(short revents) {
 
 VLMSDKHTTP1Connection::Step VLMSDKHTTP1Connection::sendSome() {
     while (sent_ < out_.size()) {
-        const ssize_t n = ::send(socket_, out_.data() + sent_, out_.size() - sent_, MSG_NOSIGNAL);
+        const ssize_t n = sendWithoutSignal(socket_, out_.data() + sent_, out_.size() - sent_);
         if (n >= 0) {
             sent_ += static_cast<std::size_t>(n);
         } else if (errno == EAGAIN || errno == EWOULDBLOCK) {

@@ -1,6 +1,7 @@
 #include "VLMSDKHTTPScheduler.h"
 
 #include "../VLMSDKRequestCheck.h"
+#include "../VLMSDKWakeup.h"
 #include "VLMSDKCurlAdapter.h"
 #include "VLMSDKHTTP1Adapter.h"
 
@@ -11,8 +12,6 @@
 #include <climits>
 #include <utility>
 
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 namespace vlmsdk::detail {
 
@@ -57,8 +56,8 @@ std::shared_ptr<VLMSDKHTTPScheduler> VLMSDKHTTPScheduler::start(std::shared_ptr<
         attachMainQueueSource(scheduler);
         return scheduler;
     }
-    scheduler->wakeDescriptor_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    if (scheduler->wakeDescriptor_ < 0) {
+    scheduler->wakeup_ = std::make_unique<VLMSDKWakeup>();
+    if (!scheduler->wakeup_->valid()) {
         *error = schedulerError(VLMErrorCode::Transport, "The network thread's wake-up descriptor could not be made.",
                                 __func__);
         return nullptr;
@@ -90,7 +89,6 @@ VLMSDKHTTPScheduler::~VLMSDKHTTPScheduler() {
         }
     }
     adapters_.clear();
-    if (wakeDescriptor_ >= 0) ::close(wakeDescriptor_);
 }
 
 void VLMSDKHTTPScheduler::submit(VLMSDKHTTPPendingRequest&& pending) {
@@ -172,8 +170,7 @@ void VLMSDKHTTPScheduler::wakeDriver() {
         wakeMainQueue();
         return;
     }
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = ::write(wakeDescriptor_, &one, sizeof one);
+    wakeup_->signal();
 }
 
 void VLMSDKHTTPScheduler::shutdown() {
@@ -307,7 +304,7 @@ void VLMSDKHTTPScheduler::driveLocked(std::span<const pollfd> descriptors) {
 void VLMSDKHTTPScheduler::runThread() {
     std::vector<pollfd> descriptors;
     for (;;) {
-        descriptors.assign({{wakeDescriptor_, POLLIN, 0}});
+        descriptors.assign({{wakeup_->descriptor(), POLLIN, 0}});
         int timeout = 0;
         {
             std::lock_guard drive(driveMutex_);
@@ -328,10 +325,7 @@ void VLMSDKHTTPScheduler::runThread() {
             std::lock_guard lock(mutex_);
             driverWaiting_ = false;
         }
-        if (descriptors[0].revents & POLLIN) {
-            std::uint64_t count = 0;
-            [[maybe_unused]] const auto read = ::read(wakeDescriptor_, &count, sizeof count);
-        }
+        if (descriptors[0].revents & POLLIN) wakeup_->drain();
         std::lock_guard drive(driveMutex_);
         driveLocked(std::span<const pollfd>(descriptors).subspan(1));
     }

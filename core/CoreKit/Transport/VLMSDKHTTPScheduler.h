@@ -18,6 +18,8 @@
 
 namespace vlmsdk::detail {
 
+class VLMSDKWakeup;
+
 /// The requests of one request manager in one mode, over its transport adapters: every request is checked
 /// (VLMSDKRequestCheck), waits in line for one of at most `maximumLiveTransfers` slots, is given a deadline
 /// and handed to the first adapter that carries it (the core's own HTTP/1.1 connections when the options
@@ -106,7 +108,7 @@ private:
     const Driver driver_;
     const std::size_t liveLimit_;
     const VLMErrorPtr outOfMemory_;
-    int wakeDescriptor_ = -1;  // the network thread's, ending its wait
+    std::unique_ptr<VLMSDKWakeup> wakeup_;  // the network thread's, ending its wait
 
     // Shared with the calling threads.
     mutable std::mutex mutex_;
