@@ -4,6 +4,9 @@ include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(VLMSDK_INSTALL_TARGETS VLMErrors VLMMeta VLMSDKCoreKit VLMSDKPaymentKit VLMSDKPMSKit)
+# As shared libraries (-DBUILD_SHARED_LIBS=ON): libVLMSDKPMSKit.so.1 -> .so.1.0.0, the SONAME from the major
+# version, which changes only with the ABI.
+set_target_properties(${VLMSDK_INSTALL_TARGETS} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
 install(TARGETS ${VLMSDK_INSTALL_TARGETS} EXPORT VLMSDKPMSKitTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

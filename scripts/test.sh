@@ -27,6 +27,11 @@ esac
 if [ -n "$sanitize" ]; then
   extra=(-DVLMSDK_BUILD_BENCH=OFF "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG")
 fi
+# The address build links the libraries shared (-DBUILD_SHARED_LIBS=ON): the whole suite runs on the .so
+# files a host may link, with their SONAMEs.
+if [ "$sanitize" = address,undefined ]; then
+  extra+=(-DBUILD_SHARED_LIBS=ON)
+fi
 # The thread build is also the one on the portable POSIX calls (a pipe for wake-ups): the fallback a system
 # without Linux's own calls gets is tested where threads meet it.
 if [ "$sanitize" = thread ]; then
