@@ -169,7 +169,8 @@ bool handMap(const std::string& body, PlainReservation& r) {
 
 class CurlDriver final : public Driver {
 public:
-    CurlDriver(std::string url, bool parseAndMap) : url_(std::move(url)), parseAndMap_(parseAndMap) {
+    CurlDriver(std::string url, bool parseAndMap, std::string caFile = {})
+        : url_(std::move(url)), caFile_(std::move(caFile)), parseAndMap_(parseAndMap) {
         multi_ = curl_multi_init();
         // The kit's default headers, so that both sides send the same request.
         for (const auto& [name, value] : VLMSDKRequestBuilder("http://127.0.0.1/").defaultHeaders()) {
@@ -244,6 +245,7 @@ private:
         slot->easy = curl_easy_init();
         slot->body.reserve(4096);
         curl_easy_setopt(slot->easy, CURLOPT_URL, url_.c_str());
+        if (!caFile_.empty()) curl_easy_setopt(slot->easy, CURLOPT_CAINFO, caFile_.c_str());
         curl_easy_setopt(slot->easy, CURLOPT_HTTPHEADER, headers_);
         curl_easy_setopt(slot->easy, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(slot->easy, CURLOPT_WRITEFUNCTION, &CurlDriver::onBody);
@@ -258,6 +260,7 @@ private:
     }
 
     std::string url_;
+    std::string caFile_;  // a test authority's certificate, for a TLS target
     bool parseAndMap_;
     CURLM* multi_ = nullptr;
     curl_slist* headers_ = nullptr;
@@ -451,6 +454,8 @@ struct Settings {
     std::vector<std::size_t> inFlight{1, 8};
     std::string clients;
     std::string json;
+    std::string baseURL;  // a target of the caller's instead of the loopback server (https://localhost:PORT/)
+    std::string caFile;   // its authority's certificate
 };
 
 // Every client, in the order a run takes them. (q) runs in a process of its own: cpprestsdk's pool is
@@ -462,7 +467,8 @@ constexpr const char* kDefaultClients = "abcdktmhpq";
 constexpr const char* kDefaultClients = "abcdktmh";
 #endif
 
-Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settings, const LoopbackServer& server) {
+// `server` is nullptr for a target of the caller's (--base-url): its CPU and connections are not known here.
+Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settings, const LoopbackServer* server) {
     const auto unlimited = std::numeric_limits<std::size_t>::max();
     {
         Measurement discarded;
@@ -474,8 +480,8 @@ Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settin
     Budget budget(settings.requests ? 1e9 : settings.duration, settings.requests ? settings.requests : unlimited);
     const ProcessUsage client0 = processUsage();
     const ThreadSplit threads0 = threadSplit();
-    const double server0 = server.cpuMicroseconds();
-    const auto connections0 = server.connectionsAccepted();
+    const double server0 = server ? server->cpuMicroseconds() : 0;
+    const auto connections0 = server ? server->connectionsAccepted() : 0;
     const auto allocations0 = allocationsSoFar();
     const auto t0 = Clock::now();
     driver.run(inFlight, budget, m);
@@ -485,8 +491,8 @@ Measurement measure(Driver& driver, std::size_t inFlight, const Settings& settin
     const ThreadSplit threads1 = threadSplit();
     m.threads = {threads1.mainMicroseconds - threads0.mainMicroseconds,
                  threads1.otherMicroseconds - threads0.otherMicroseconds};
-    m.serverCPU = server.cpuMicroseconds() - server0;
-    m.connections = server.connectionsAccepted() - connections0;
+    m.serverCPU = server ? server->cpuMicroseconds() - server0 : 0;
+    m.connections = server ? server->connectionsAccepted() - connections0 : 0;
     m.seconds = secondsBetween(t0, t1);
     return m;
 }
@@ -551,7 +557,7 @@ bool measureDefaultPool(const Settings& settings, const LoopbackServer& server, 
         const auto driver = makeGeneratedStyleDriver(server.baseURL(), "(q) cpprestsdk, default pool");
         for (std::size_t run = 0; run < settings.runs; ++run) {
             for (std::size_t f = 0; f < settings.inFlight.size(); ++f) {
-                Measurement m = measure(*driver, settings.inFlight[f], settings, server);
+                Measurement m = measure(*driver, settings.inFlight[f], settings, &server);
                 const Figures fig = figuresOf(m);
                 if (write(channel[1], &fig, sizeof fig) != static_cast<ssize_t>(sizeof fig)) _exit(1);
             }
@@ -606,7 +612,8 @@ nlohmann::json figuresJSON(const Figures& f) {
 
 constexpr const char* kUsage =
     "usage: vlmsdk-bench-fetch [--runs N] [--duration SECONDS | --requests N] [--warmup SECONDS]\n"
-    "                          [--in-flight 1,8] [--clients abcdtmhpq] [--json FILE]\n"
+    "                          [--in-flight 1,8] [--clients abcdktmhpq] [--json FILE]\n"
+    "                          [--base-url https://localhost:PORT/ --ca-file FILE] [--print-reply yes]\n"
     "  Fetches one reservation from a loopback server with: (a) raw libcurl multi, (b) libcurl + nlohmann::json\n"
     "  + a hand-written mapping, (c) the kit's fetchReservationWithID with default options (transfers driven\n"
     "  where the main queue is pumped, on libcurl), (d) the same on the core's own HTTP/1.1 connections,\n"
@@ -614,7 +621,9 @@ constexpr const char* kUsage =
     "  frame, (h) two thread hand-offs without HTTP, (p) a generated-style cpprestsdk client with a 2-thread\n"
     "  pool and (q) the same with cpprestsdk's default pool (in a process of its own; p and q only when built\n"
     "  with cpprestsdk). Prints medians over the runs and the ratios c/a, c/b, c/p, c/q, d/c; --json writes\n"
-    "  them. Defaults: --runs 5 --duration 2 --warmup 0.3 --in-flight 1,8, every client.\n";
+    "  them. Defaults: --runs 5 --duration 2 --warmup 0.3 --in-flight 1,8, every client. --base-url measures\n"
+    "  against a loopback target of the caller's serving --print-reply's body (scripts/tls-bench.sh: TLS with\n"
+    "  a host name), libcurl clients only.\n";
 
 }  // namespace
 
@@ -629,6 +638,12 @@ int main(int argc, char** argv) {
     settings.inFlight = parseList(commandLine.text("in-flight", "1,8"), &listOK);
     settings.clients = commandLine.text("clients", kDefaultClients);
     settings.json = commandLine.text("json", "");
+    settings.baseURL = commandLine.text("base-url", "");
+    settings.caFile = commandLine.text("ca-file", "");
+    if (commandLine.text("print-reply", "") == "yes") {
+        std::fputs(reservationReply().c_str(), stdout);  // for a target of the caller's to serve
+        return 0;
+    }
     auto problems = commandLine.problems();
     if (!listOK) problems.push_back("--in-flight wants a comma-separated list of counts of at least 1");
     if (settings.clients.empty() ||
@@ -636,6 +651,14 @@ int main(int argc, char** argv) {
         problems.push_back(std::string("--clients wants letters among ") + kDefaultClients);
     }
     if (settings.runs == 0) problems.push_back("--runs wants at least 1");
+    if (!settings.baseURL.empty() && settings.baseURL.rfind("https://localhost:", 0) != 0 &&
+        settings.baseURL.rfind("https://127.0.0.1:", 0) != 0 && settings.baseURL.rfind("http://127.0.0.1:", 0) != 0) {
+        problems.push_back("--base-url wants a loopback target (https://localhost:PORT/ or 127.0.0.1)");
+    }
+    if (!settings.baseURL.empty() && settings.baseURL.back() != '/') settings.baseURL.push_back('/');
+    if (!settings.baseURL.empty() && settings.clients.find_first_of("dmpq") != std::string::npos) {
+        problems.push_back("--base-url takes the clients that can be given its authority: a, b, c, k, t, h");
+    }
     if (commandLine.wantsHelp() || !problems.empty()) {
         for (const auto& problem : problems) std::fprintf(stderr, "vlmsdk-bench-fetch: %s\n", problem.c_str());
         std::fputs(kUsage, problems.empty() ? stdout : stderr);
@@ -645,14 +668,15 @@ int main(int argc, char** argv) {
 
     // The server process, and (q)'s, are forked before anything here starts a thread.
     std::string error;
-    const auto server = LoopbackServer::start(reservationReply(), &error);
-    if (!server) {
+    const auto server = settings.baseURL.empty() ? LoopbackServer::start(reservationReply(), &error) : nullptr;
+    if (!server && settings.baseURL.empty()) {
         std::fprintf(stderr, "vlmsdk-bench-fetch: cannot start the loopback server: %s\n", error.c_str());
         return 1;
     }
+    const std::string base = server ? server->baseURL() : settings.baseURL;
     printMachine("vlmsdk-bench-fetch");
     std::printf("build type %s; reply %zu bytes from %s; %zu run(s) of ", VLMSDK_BENCH_BUILD_TYPE,
-                reservationReply().size(), server->baseURL().c_str(), settings.runs);
+                reservationReply().size(), base.c_str(), settings.runs);
     if (settings.requests) {
         std::printf("%zu requests", settings.requests);
     } else {
@@ -674,36 +698,42 @@ int main(int argc, char** argv) {
 #endif
     curl_global_init(CURL_GLOBAL_DEFAULT);
 
-    const std::string url = server->baseURL() + "guest/reservations/" + kReservationID;
+    const std::string url = base + "guest/reservations/" + kReservationID;
     std::map<char, std::unique_ptr<Driver>> drivers;
-    if (wants('a')) drivers['a'] = std::make_unique<CurlDriver>(url, false);
-    if (wants('b')) drivers['b'] = std::make_unique<CurlDriver>(url, true);
+    if (wants('a')) drivers['a'] = std::make_unique<CurlDriver>(url, false, settings.caFile);
+    if (wants('b')) drivers['b'] = std::make_unique<CurlDriver>(url, true, settings.caFile);
     using Options = VLMSDKHTTPRequestManagerOptions;
-    if (wants('c')) drivers['c'] = std::make_unique<KitDriver>(server->baseURL(), Options(), "(c) kit, defaults");
+    // The kit's defaults, but for the test authority of a TLS target.
+    const auto defaults = [&] {
+        Options options;
+        if (!settings.caFile.empty()) options.caFile = settings.caFile;
+        return options;
+    };
+    if (wants('c')) drivers['c'] = std::make_unique<KitDriver>(base, defaults(), "(c) kit, defaults");
     if (wants('d')) {
         Options options;
         options.transport = Options::Transport::HTTP1;
-        drivers['d'] = std::make_unique<KitDriver>(server->baseURL(), options, "(d) kit, HTTP/1.1 adapter");
+        drivers['d'] = std::make_unique<KitDriver>(base, options, "(d) kit, HTTP/1.1 adapter");
     }
     if (wants('k')) {
         // A token that never expires: after the first fetch every request takes it from the cache.
         struct LastingToken final : VLMSDKCredentialsProvider {
             void fetchToken(Completion completion) override { completion(VLMSDKAccessToken{"bench-token"}, nullptr); }
         };
-        drivers['k'] = std::make_unique<KitDriver>(server->baseURL(), Options(), "(k) kit, token from credentials",
+        drivers['k'] = std::make_unique<KitDriver>(base, defaults(), "(k) kit, token from credentials",
                                                    std::make_shared<LastingToken>());
     }
     if (wants('t')) {
-        Options options;
+        Options options = defaults();
         options.mode = Options::Mode::Threaded;
-        drivers['t'] = std::make_unique<KitDriver>(server->baseURL(), options, "(t) kit, network thread");
+        drivers['t'] = std::make_unique<KitDriver>(base, options, "(t) kit, network thread");
     }
-    if (wants('m')) drivers['m'] = std::make_unique<ManagerDriver>(server->baseURL());
+    if (wants('m')) drivers['m'] = std::make_unique<ManagerDriver>(base);
     if (wants('h')) drivers['h'] = std::make_unique<HandOffDriver>();
 #if VLMSDK_BENCH_HAVE_CPPREST
     if (wants('p')) {
         sizeGeneratedStylePool(2);
-        drivers['p'] = makeGeneratedStyleDriver(server->baseURL(), "(p) cpprestsdk, 2-thread pool");
+        drivers['p'] = makeGeneratedStyleDriver(base, "(p) cpprestsdk, 2-thread pool");
     }
 #endif
 
@@ -714,7 +744,7 @@ int main(int argc, char** argv) {
             for (const char letter : kLetters) {
                 if (!drivers.count(letter)) continue;
                 Driver& driver = *drivers[letter];
-                Measurement m = measure(driver, settings.inFlight[f], settings, *server);
+                Measurement m = measure(driver, settings.inFlight[f], settings, server.get());
                 const Figures fig = figuresOf(m);
                 table[f][letter].push_back(fig);
                 char label[64];
@@ -785,8 +815,10 @@ int main(int argc, char** argv) {
     }
     std::printf("\ntargets: at 8 in flight c/b throughput >= 1.5 and (c)'s client CPU <= 1.1 x (a)'s; at 1 in flight\n"
                 "         c/b p50 <= 1.0; kit allocations per fetch <= (b)'s\n");
-    std::printf("server: %" PRIu64 " requests answered on %" PRIu64 " connection(s)\n", server->requestsAnswered(),
-                server->connectionsAccepted());
+    if (server) {
+        std::printf("server: %" PRIu64 " requests answered on %" PRIu64 " connection(s)\n", server->requestsAnswered(),
+                    server->connectionsAccepted());
+    }
     if (failures > 0) std::printf("WARNING: requests failed or returned an unexpected reply\n");
     const bool written = writeReport(settings.json, report);
     return failures > 0 || childFailed || !written ? 1 : 0;
