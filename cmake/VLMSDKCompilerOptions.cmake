@@ -24,3 +24,11 @@ function(vlmsdk_apply_warnings)
     target_link_libraries(${t} PRIVATE $<BUILD_INTERFACE:vlmsdk_warnings>)
   endforeach()
 endfunction()
+
+# vlmsdk_shipped_library(<target>...): a library hosts link. Each function and object in a section of its
+# own, so that a host's release link (--gc-sections, -dead_strip) keeps only what it calls.
+function(vlmsdk_shipped_library)
+  foreach(t IN LISTS ARGN)
+    target_compile_options(${t} PRIVATE -ffunction-sections -fdata-sections)
+  endforeach()
+endfunction()
