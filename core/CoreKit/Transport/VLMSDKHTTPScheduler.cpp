@@ -12,7 +12,6 @@
 #include <climits>
 #include <utility>
 
-
 namespace vlmsdk::detail {
 
 namespace {
