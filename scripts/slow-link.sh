@@ -37,12 +37,7 @@ stop_all() {
 trap 'stop_all; rm -rf "$work"' EXIT
 
 # A throwaway authority and a certificate it signed for localhost.
-openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/ca.key" -out "$work/ca.pem" -days 1 \
-  -subj "/CN=slow-link CA" 2>/dev/null
-openssl req -newkey rsa:2048 -nodes -keyout "$work/server.key" -out "$work/server.csr" -subj "/CN=localhost" 2>/dev/null
-printf 'subjectAltName=DNS:localhost\n' >"$work/san.ext"
-openssl x509 -req -in "$work/server.csr" -CA "$work/ca.pem" -CAkey "$work/ca.key" -CAcreateserial \
-  -out "$work/server.pem" -days 1 -extfile "$work/san.ext" 2>/dev/null
+"$root/scripts/localhost-certificate.sh" "$work"
 
 free_port() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
 

@@ -6,6 +6,7 @@
 #   scripts/tls-bench.sh [RUNS] [DURATION]     (scripts/setup.sh --bench installs nginx-light)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+root=$PWD
 runs="${1:-5}"
 duration="${2:-2}"
 http2=""
@@ -25,12 +26,7 @@ nginx_pid=""
 trap '[ -n "$nginx_pid" ] && { kill "$nginx_pid" 2>/dev/null; wait "$nginx_pid" 2>/dev/null; }; rm -rf "$work"' EXIT
 
 # A throwaway authority and a certificate it signed for localhost.
-openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/ca.key" -out "$work/ca.pem" -days 1 \
-  -subj "/CN=tls-bench CA" 2>/dev/null
-openssl req -newkey rsa:2048 -nodes -keyout "$work/server.key" -out "$work/server.csr" -subj "/CN=localhost" 2>/dev/null
-printf 'subjectAltName=DNS:localhost\n' >"$work/san.ext"
-openssl x509 -req -in "$work/server.csr" -CA "$work/ca.pem" -CAkey "$work/ca.key" -CAcreateserial \
-  -out "$work/server.pem" -days 1 -extfile "$work/san.ext" 2>/dev/null
+"$root/scripts/localhost-certificate.sh" "$work"
 
 "$bench" --print-reply yes >"$work/reply.json"
 # nginx's worker runs as an unprivileged user when started by root: it must be able to read the reply.

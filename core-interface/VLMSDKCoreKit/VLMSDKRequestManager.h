@@ -27,7 +27,8 @@ struct VLMSDKRequestControl {
     bool handlerOffMainQueue = false;
     /// What the reply must name to be this request's (nullptr: nothing). A manager that checks it answers a
     /// reply naming something else with its `VLMErrorCode::ReplyMismatch` error instead, and does not use the
-    /// connection it came on again; the kit's operations check it again before they deliver.
+    /// connection it came on again; the kit's operations check it before they deliver when the manager does not
+    /// (`checksExpectedReplies`).
     std::shared_ptr<const VLMSDKReplyExpectation> expectedReply;
 };
 
@@ -43,6 +44,10 @@ public:
     virtual void performControlledRequest(std::shared_ptr<const VLMSDKRequest> request,
                                           const VLMSDKRequestControl& control, VLMSDKDataTaskCompletion completion);
 
+
+    /// Whether this manager checks `VLMSDKRequestControl::expectedReply` itself, on every reply; then the kit's
+    /// operations do not look again. Default: false (the kit checks).
+    virtual bool checksExpectedReplies() const { return false; }
 
     /// Sends `request` without blocking the caller, parses the reply body as JSON and calls `completion`
     /// exactly once, on whichever thread the manager chooses (the calling thread included).

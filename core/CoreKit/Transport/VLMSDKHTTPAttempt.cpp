@@ -110,7 +110,18 @@ std::optional<std::string> VLMSDKHTTPAttempt::idempotencyKey() const {
 VLMSDKHTTPReply VLMSDKHTTPAttempt::finish(VLMSDKHTTPAttemptEnd end, std::string_view detail,
                                           VLMSDKJSONReader& reader) {
     try {
-        return replyFor(end, detail, reader);
+        VLMSDKHTTPReply reply = replyFor(end, detail, reader);
+        if (end == VLMSDKHTTPAttemptEnd::Answered && statusCode == 401 && authorizationRefreshed_ && !reply.error) {
+            // A token fetched anew was refused too: the host must sign the guest in again.
+            auto error = networkError(VLMErrorCode::Authentication,
+                                      describe(*request_) +
+                                          " was refused (HTTP 401) with a token fetched anew after a first refusal.",
+                                      __func__);
+            auto details = error->details();
+            details.httpStatusCode = 401;
+            reply.error = std::make_shared<const VLMError>(std::move(details));
+        }
+        return reply;
     } catch (const std::exception& exception) {
         try {
             return {nullptr, nullptr,

@@ -400,20 +400,6 @@ bool VLMSDKHTTPScheduler::attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAtt
         idle_.push_back(&attempt);
         return connectionUsable;
     }
-    if (attempt.authorizationRefreshed() && !reply.error && reply.response && reply.response->statusCode() == 401) {
-        // A token fetched anew was refused too: the host must sign the guest in again.
-        reply.error = errorOr(outOfMemory_, [&] {
-            VLMError::Details details;
-            details.domain = kVLMSDKNetworkErrorDomain;
-            details.code = VLMErrorCode::Authentication;
-            details.developerMessage = attempt.request().method() + " " + attempt.request().redactedURL() +
-                                       " was refused (HTTP 401) with a token fetched anew after a first refusal.";
-            details.httpStatusCode = 401;
-            details.functionName = __func__;
-            details.fileName = __FILE__;
-            return std::make_shared<const VLMError>(std::move(details));
-        });
-    }
     auto completion = attempt.release();
     idle_.push_back(&attempt);
     complete(completion, std::move(reply));

@@ -64,6 +64,10 @@ public:
     void performControlledRequest(std::shared_ptr<const VLMSDKRequest> request, const VLMSDKRequestControl& control,
                                   VLMSDKDataTaskCompletion completion) override;
 
+    /// True: a reply that names something other than `expectedReply` is answered with the
+    /// `VLMErrorCode::ReplyMismatch` error, and its connection closed, on the driving thread.
+    bool checksExpectedReplies() const override { return true; }
+
     /// Completes every request still queued or in flight exactly once with a `VLMErrorCode::Cancelled` error
     /// (on the calling thread, or on the driving thread if it is busy with the manager when called) and
     /// stops the network thread: no reply handler runs after it returns. Idempotent. Called from a reply

@@ -142,9 +142,10 @@ public:
         case Method::POST: request = builder->POSTWithPath(path, parameters); break;
         case Method::PATCH: request = builder->PATCHWithPath(path, parameters); break;
         }
-        // What the reply must name, and the request it answers (for the words of a mismatch).
+        // What the reply must name, and the request it answers (for the words of a mismatch): looked at here
+        // only when the request manager does not look itself.
         Expected expectedReply;
-        if (expected) expectedReply = {expected, request};
+        if (expected && !manager.requestManager()->checksExpectedReplies()) expectedReply = {expected, request};
         if (!control.cancellation && !control.handlerOffMainQueue) {
             // The manager calls this exactly once, so it may hand the completion on rather than copy it.
             auto handler = [operation = &operation, expectedReply = std::move(expectedReply),
@@ -264,8 +265,7 @@ private:
             finishWith(Result{}, std::move(validationError));
             return;
         }
-        // Checked again here, whatever request manager carried it: one that does not check it may hand over a
-        // reply about another reservation.
+        // A request manager that does not check it may hand over a reply about another reservation.
         if (json && expected.expectation && expected.expectation->isContradictedBy(*json)) {
             const std::string what = expected.request ? expected.request->method() + " " + expected.request->redactedURL()
                                                       : std::string("the request");
