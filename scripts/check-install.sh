@@ -109,4 +109,14 @@ for program in "$work"/example/readme_*; do
     fail "$name succeeded with a wrong token"
   fi
 done
+# The telemetry adapter: two spans under one trace, route templates only, and the service's log names the trace.
+spans="$work/spans.jsonl"
+out="$("$work/example/telemetry_spans" "$url" sandbox-token rsv_0003 "$spans")" || fail "telemetry_spans exited $?"
+echo "  $out"
+trace="$(sed -n 's/^Trace \([0-9a-f]\{32\}\): .*/\1/p' <<<"$out")"
+[ -n "$trace" ] || fail "telemetry_spans did not name its trace"
+[ "$(grep -c "\"traceId\":\"$trace\"" "$spans")" = 2 ] || fail "telemetry_spans did not write two spans of trace $trace"
+grep -q 'guest/reservations/{id}/folio' "$spans" || fail "the spans do not name the folio's route template"
+if grep -q 'rsv_0003' "$spans"; then fail "a span holds the reservation's identifier"; fi
+[ "$(grep -c "trace $trace" "$work/sandbox.log")" = 2 ] || fail "the service's log does not name trace $trace twice"
 say "OK"

@@ -2,6 +2,8 @@
 
 #include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
 #include <VLMSDKCoreKit/VLMSDKRequestManager.h>
+#include <VLMSDKCoreKit/VLMSDKTelemetryObserver.h>
+#include <VLMSDKCoreKit/VLMSDKTraceContext.h>
 
 #include <memory>
 
@@ -23,11 +25,23 @@ public:
     /// A copy whose operations are moved and delivered without the main queue: the completion runs on the
     /// thread that handled the reply. For callers that block the main thread until it ran.
     VLMSDKAPIManager withHandlerOffMainQueue() const;
+    /// A copy whose operations tell `observer` when they start, when each attempt ends and when they end
+    /// (see VLMSDKTelemetryObserver; nullptr: none, the default, which costs the operations nothing).
+    VLMSDKAPIManager withTelemetryObserver(std::shared_ptr<VLMSDKTelemetryObserver> observer) const;
+    /// A copy whose operations run under the host's trace `context`: each request carries `traceparent` with
+    /// the context's trace and a span of the operation's own (nullopt, or an invalid context: none is sent).
+    VLMSDKAPIManager withTraceContext(std::optional<VLMSDKTraceContext> context) const;
     /// What this API manager's operations ask of each request.
     const VLMSDKRequestControl& requestControl() const { return control_; }
+    /// The observer its operations tell (nullptr: none).
+    const std::shared_ptr<VLMSDKTelemetryObserver>& telemetryObserver() const { return observer_; }
+    /// The trace its operations run under (nullopt: none).
+    const std::optional<VLMSDKTraceContext>& traceContext() const { return trace_; }
 
 private:
     std::shared_ptr<VLMSDKRequestBuilder> requestBuilder_;
     std::shared_ptr<VLMSDKRequestManager> requestManager_;
     VLMSDKRequestControl control_;
+    std::shared_ptr<VLMSDKTelemetryObserver> observer_;
+    std::optional<VLMSDKTraceContext> trace_;
 };

@@ -43,6 +43,9 @@ public:
     /// The first header named `name` (ASCII case-insensitive), if any.
     std::optional<std::string> headerValue(std::string_view name) const;
 
+    /// A copy with header `name` set to `value` (any header of that name, in any case, replaced).
+    std::shared_ptr<const VLMSDKRequest> withHeader(std::string_view name, std::string value) const;
+
     /// `url()` with any password in it replaced by "***" and control bytes escaped ("\r\n"): the form every
     /// error and log line shows.
     std::string redactedURL() const;

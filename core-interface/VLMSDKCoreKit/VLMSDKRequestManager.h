@@ -3,6 +3,7 @@
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
 #include <VLMSDKCoreKit/VLMSDKJSONReply.h>
+#include <VLMSDKCoreKit/VLMSDKOperationTelemetry.h>
 #include <VLMSDKCoreKit/VLMSDKReplyExpectation.h>
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 #include <VLMSDKCoreKit/VLMSDKURLResponse.h>
@@ -30,6 +31,10 @@ struct VLMSDKRequestControl {
     /// connection it came on again; the kit's operations check it before they deliver when the manager does not
     /// (`checksExpectedReplies`).
     std::shared_ptr<const VLMSDKReplyExpectation> expectedReply;
+    /// The operation the request belongs to, for telemetry (nullptr: no observer and no trace context). A
+    /// manager that sees each attempt tells `telemetry->reportAttempt` as each one ends; the kit's operations
+    /// report the operation's start and end themselves.
+    std::shared_ptr<const VLMSDKOperationTelemetry> telemetry;
 };
 
 /// Sends requests. An interface, so that a host or a test can supply its own.

@@ -40,6 +40,9 @@ public:
         std::optional<std::string> argumentName;   ///< required-argument errors: the argument at fault
         std::optional<long> httpStatusCode;        ///< errors made from an HTTP reply
         std::optional<std::string> serverMessage;  ///< the server's own message, when its reply had one
+        /// The service's id of the request a reply answered (its `X-Request-Id`), when the reply had one: what a
+        /// service team asks for first in a support ticket.
+        std::optional<std::string> requestID;
         std::string functionName;                  ///< where the error was made
         std::string fileName;
         VLMErrorPtr underlyingError;
@@ -57,6 +60,9 @@ public:
                                      const char* functionName, const char* fileName,
                                      std::optional<std::string> userMessage = std::nullopt);
 
+    /// `error` with `requestID` added (nullptr stays nullptr); `error` itself when it has one already.
+    static VLMErrorPtr withRequestID(const VLMErrorPtr& error, std::string requestID);
+
     const std::string& domain() const { return details_.domain; }
     VLMErrorCode code() const { return details_.code; }
     const std::string& developerMessage() const { return details_.developerMessage; }
@@ -64,6 +70,7 @@ public:
     const std::optional<std::string>& argumentName() const { return details_.argumentName; }
     const std::optional<long>& httpStatusCode() const { return details_.httpStatusCode; }
     const std::optional<std::string>& serverMessage() const { return details_.serverMessage; }
+    const std::optional<std::string>& requestID() const { return details_.requestID; }
     const std::string& functionName() const { return details_.functionName; }
     const std::string& fileName() const { return details_.fileName; }
     const VLMErrorPtr& underlyingError() const { return details_.underlyingError; }

@@ -16,6 +16,18 @@ VLMSDKAPIManager VLMSDKAPIManager::withHandlerOffMainQueue() const {
     return copy;
 }
 
+VLMSDKAPIManager VLMSDKAPIManager::withTelemetryObserver(std::shared_ptr<VLMSDKTelemetryObserver> observer) const {
+    VLMSDKAPIManager copy = *this;
+    copy.observer_ = std::move(observer);
+    return copy;
+}
+
+VLMSDKAPIManager VLMSDKAPIManager::withTraceContext(std::optional<VLMSDKTraceContext> context) const {
+    VLMSDKAPIManager copy = *this;
+    copy.trace_ = context && context->isValid() ? std::move(context) : std::nullopt;
+    return copy;
+}
+
 void VLMSDKRequestManager::performControlledRequest(std::shared_ptr<const VLMSDKRequest> request,
                                                     const VLMSDKRequestControl& control,
                                                     VLMSDKDataTaskCompletion completion) {

@@ -6,6 +6,15 @@
 
 #include <algorithm>
 
+std::shared_ptr<const VLMSDKRequest> VLMSDKRequest::withHeader(std::string_view name, std::string value) const {
+    Parts parts = parts_;
+    std::erase_if(parts.headers, [&](const auto& header) {
+        return vlmsdk::detail::equalsIgnoringASCIICase(header.first, name);
+    });
+    parts.headers.emplace_back(std::string(name), std::move(value));
+    return std::make_shared<const VLMSDKRequest>(std::move(parts));
+}
+
 std::optional<std::string> VLMSDKRequest::headerValue(std::string_view name) const {
     return vlmsdk::detail::headerValue(parts_.headers, name);
 }

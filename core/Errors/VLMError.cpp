@@ -60,6 +60,13 @@ VLMErrorPtr VLMError::errorWithCode(VLMErrorCode code, std::string domain, std::
     return std::make_shared<const VLMError>(std::move(details));
 }
 
+VLMErrorPtr VLMError::withRequestID(const VLMErrorPtr& error, std::string requestID) {
+    if (!error || error->requestID()) return error;
+    Details details = error->details();
+    details.requestID = std::move(requestID);
+    return std::make_shared<const VLMError>(std::move(details));
+}
+
 std::string VLMError::description() const {
     return details_.domain + " " + std::to_string(static_cast<int>(details_.code)) + ": " + details_.developerMessage;
 }

@@ -5,9 +5,9 @@
 #include <stdexcept>
 #include <thread>
 
-FakeReply FakeReply::http(long status, std::optional<VLMSDKJSON> body) {
+FakeReply FakeReply::http(long status, std::optional<VLMSDKJSON> body, VLMSDKURLResponse::Headers headers) {
     FakeReply reply;
-    reply.response = std::make_shared<const VLMSDKURLResponse>("http://fake.invalid/", status);
+    reply.response = std::make_shared<const VLMSDKURLResponse>("http://fake.invalid/", status, std::move(headers));
     if (body) {
         std::string text = body->dump();
         vlmsdk::detail::VLMSDKJSONReader reader;

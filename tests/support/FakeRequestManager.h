@@ -16,7 +16,8 @@ struct FakeReply {
 
     /// An HTTP reply with `status` and a JSON body (no body when `body` is absent), read from its text by
     /// the transport's reader, as a real reply is.
-    static FakeReply http(long status, std::optional<VLMSDKJSON> body = std::nullopt);
+    static FakeReply http(long status, std::optional<VLMSDKJSON> body = std::nullopt,
+                          VLMSDKURLResponse::Headers headers = {});
     /// A transport failure: no response, only `error`.
     static FakeReply failure(VLMErrorPtr error);
 };

@@ -257,6 +257,10 @@ TEST_P(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
         EXPECT_EQ(run.out, "");
         expectOneLine(run.err);
         expectInOrder(run.err, row.said);
+        // Every answer of the local service names its request: the line ends with it.
+        const bool sentRequestID = row.httpStatus.is_number();
+        if (sentRequestID) expectInOrder(run.err, {row.said.back(), "(request id req_"});
+        EXPECT_EQ(run.err.find("(request id ") != std::string::npos, sentRequestID) << run.err;
         EXPECT_EQ(run.err.find(row.said.front(), run.err.find(row.said.front()) + 1), std::string::npos);  // once
 
         // With --json, the failure is the one document, with named fields, and nothing else is printed.
@@ -268,6 +272,7 @@ TEST_P(VlmsdkPmsToolTest, FailuresPrintOneLineWithAHint) {
         EXPECT_EQ(error.value("operation", ""), row.command.front().starts_with("--") ? row.command[2] : row.command.front());
         EXPECT_EQ(error.value("httpStatus", nlohmann::json()), row.httpStatus);
         expectInOrder(error.value("hint", ""), {row.said.back()});
+        EXPECT_EQ(error.value("requestID", nlohmann::json()).is_string(), sentRequestID);
         EXPECT_EQ((run.err + json.out).find("secret"), std::string::npos);
         if (row.httpStatus == 409) {
             EXPECT_EQ(error.value("reservationStatus", nlohmann::json()), "in_house");

@@ -29,7 +29,10 @@ std::string PMSFailure::line() const {
         cause = PMSShownText::line(error_->developerMessage());
     }
     if (cause.empty() || cause.back() != '.') cause += '.';
-    return "vlmsdk-pms: " + operation_ + " failed: " + cause + (hint_.empty() ? "" : " " + hint_);
+    std::string text = "vlmsdk-pms: " + operation_ + " failed: " + cause + (hint_.empty() ? "" : " " + hint_);
+    // What the service's team asks for first; its text is the service's, so shown escaped and cut.
+    if (error_->requestID()) text += " (request id " + PMSShownText::line(*error_->requestID()) + ")";
+    return text;
 }
 
 PMSJSON PMSFailure::document() const {
@@ -42,6 +45,7 @@ PMSJSON PMSFailure::document() const {
                  {"message", PMSShownText::cut(error_->developerMessage())},
                  {"httpStatus", orNull(error_->httpStatusCode())},
                  {"serverMessage", orNull(serverMessage)},
+                 {"requestID", error_->requestID() ? PMSJSON(PMSShownText::cut(*error_->requestID())) : PMSJSON(nullptr)},
                  {"hint", hint_.empty() ? PMSJSON(nullptr) : PMSJSON(hint_)},
                  {"reservationID", orNull(reservationID_)},
                  {"reservationStatus", orNull(reservationStatus_)},

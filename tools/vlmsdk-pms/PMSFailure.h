@@ -19,11 +19,12 @@ public:
     const VLMError& error() const { return *error_; }
     const std::string& hint() const { return hint_; }
 
-    /// "vlmsdk-pms: checkin failed: HTTP 409: <server message>. Reservation rsv_0003 is in house." Text that
-    /// came from the server is escaped and cut (PMSShownText).
+    /// "vlmsdk-pms: checkin failed: HTTP 409: <server message>. Reservation rsv_0003 is in house. (request id
+    /// req_1)", the request id when the reply had one. Text that came from the server is escaped and cut
+    /// (PMSShownText).
     std::string line() const;
-    /// {"error": {"operation", "code", "message", "httpStatus", "serverMessage", "hint", "reservationID",
-    /// "reservationStatus"}}, absent parts null, texts cut as in line().
+    /// {"error": {"operation", "code", "message", "httpStatus", "serverMessage", "requestID", "hint",
+    /// "reservationID", "reservationStatus"}}, absent parts null, texts cut as in line().
     PMSJSON document() const;
 
 private:

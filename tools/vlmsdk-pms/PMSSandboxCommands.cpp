@@ -53,6 +53,7 @@ std::string requestLine(const json& entry) {
     if (entry["ms"].is_number()) line += formatted(" %.1f ms", entry["ms"].get<double>());
     if (entry["idempotency_key"].is_string()) line += " key " + text(entry["idempotency_key"]);
     if (!text(entry["note"]).empty()) line += " (" + text(entry["note"]) + ")";
+    if (entry["trace_id"].is_string()) line += " trace " + text(entry["trace_id"]);
     return line;
 }
 

@@ -73,6 +73,7 @@ void VLMSDKHTTPAttempt::take(VLMSDKHTTPPendingRequest&& pending,
     authorizationRefreshed_ = pending.authorizationRefreshed;
     expectedReply_ = std::move(pending.expectedReply);
     authorization_ = std::move(pending.authorization);
+    telemetry_ = std::move(pending.telemetry);
     deadline_ = deadline;
     started_ = std::chrono::steady_clock::now();
     statusCode = 0;
@@ -82,6 +83,7 @@ VLMSDKHTTPPendingRequest VLMSDKHTTPAttempt::next(bool refreshingAuthorization) c
     VLMSDKHTTPPendingRequest pending{request_, nullptr, requestID_, attempt_ + 1};
     pending.authorizationRefreshed = authorizationRefreshed_ || refreshingAuthorization;
     pending.expectedReply = expectedReply_;
+    pending.telemetry = telemetry_;
     return pending;
 }
 
@@ -229,6 +231,21 @@ VLMSDKHTTPExchange VLMSDKHTTPAttempt::exchange(const VLMSDKHTTPReply& reply) con
     return exchange;
 }
 
+VLMSDKAttemptEvent VLMSDKHTTPAttempt::attemptEvent(const VLMSDKHTTPReply& reply) const {
+    VLMSDKAttemptEvent event;
+    event.attempt = attempt_;
+    event.duration =
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - started_);
+    event.bytesSent = request_->body() ? request_->body()->size() : 0;
+    event.bytesReceived = body.size();
+    if (reply.response) {
+        event.statusCode = reply.response->statusCode();
+        if (auto id = reply.response->headerValue("X-Request-Id")) event.requestID = std::move(*id);
+    }
+    if (reply.error) event.errorCode = reply.error->code();
+    return event;
+}
+
 VLMErrorPtr VLMSDKHTTPAttempt::cancellationError() const {
     return networkError(VLMErrorCode::Cancelled,
                         describe(*request_) + " was cancelled: the request manager shut down.", __func__);
@@ -244,6 +261,7 @@ VLMSDKDataTaskCompletion VLMSDKHTTPAttempt::release() {
     completion_ = nullptr;
     expectedReply_.reset();
     authorization_.reset();
+    telemetry_.reset();
     request_.reset();
     requestID_ = 0;
     attempt_ = 1;

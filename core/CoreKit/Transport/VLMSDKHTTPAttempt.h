@@ -26,6 +26,7 @@ struct VLMSDKHTTPPendingRequest {
     bool authorizationRefreshed = false;  ///< sent again after a 401 with a token fetched anew: not again
     std::shared_ptr<const VLMSDKReplyExpectation> expectedReply{};
     std::shared_ptr<const std::string> authorization{};  ///< "Bearer ..." from the request's credentials
+    std::shared_ptr<const VLMSDKOperationTelemetry> telemetry{};  ///< told of each attempt's end, when present
 };
 
 /// The three values a reply handler receives.
@@ -103,6 +104,10 @@ public:
     VLMSDKHTTPReply finish(VLMSDKHTTPAttemptEnd end, std::string_view detail, VLMSDKJSONReader& reader);
     /// The finished attempt as the exchange observer sees it (between `finish` and `release`).
     VLMSDKHTTPExchange exchange(const VLMSDKHTTPReply& reply) const;
+    /// The operation to tell of each attempt's end, or nullptr.
+    const VLMSDKOperationTelemetry* telemetry() const { return telemetry_.get(); }
+    /// The finished attempt as telemetry sees it: no URL, headers or bodies (between `finish` and `release`).
+    VLMSDKAttemptEvent attemptEvent(const VLMSDKHTTPReply& reply) const;
 
     /// The error that answers it when the manager shuts down first.
     VLMErrorPtr cancellationError() const;
@@ -129,6 +134,7 @@ private:
     bool authorizationRefreshed_ = false;
     std::shared_ptr<const VLMSDKReplyExpectation> expectedReply_;
     std::shared_ptr<const std::string> authorization_;
+    std::shared_ptr<const VLMSDKOperationTelemetry> telemetry_;
     std::optional<std::chrono::steady_clock::time_point> deadline_;
     std::chrono::steady_clock::time_point started_;
 };

@@ -10,7 +10,8 @@
 using vlmsdk::detail::VLMSDKHTTPScheduler;
 
 // A request waiting beyond the live-transfer limit holds no handle or buffer, only what the caller handed over.
-static_assert(sizeof(vlmsdk::detail::VLMSDKHTTPPendingRequest) <= 96);
+// (112 bytes on 64-bit targets: the telemetry handle took it past 96.)
+static_assert(sizeof(vlmsdk::detail::VLMSDKHTTPPendingRequest) <= 112);
 
 namespace {
 
@@ -141,6 +142,7 @@ void VLMSDKHTTPRequestManager::performControlledRequest(std::shared_ptr<const VL
     }
     vlmsdk::detail::VLMSDKHTTPPendingRequest pending{std::move(request), std::move(completion)};
     pending.expectedReply = control.expectedReply;
+    pending.telemetry = control.telemetry;
     impl_->perform(std::move(pending), &control);
 }
 

@@ -396,6 +396,7 @@ bool VLMSDKHTTPScheduler::attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAtt
             // An observer's failure must not cost the request its reply.
         }
     }
+    if (const auto* telemetry = attempt.telemetry()) telemetry->reportAttempt(attempt.attemptEvent(reply));
     if (refreshAfterRefusal(attempt, reply) || retryLater(attempt, end, reply)) {
         idle_.push_back(&attempt);
         return connectionUsable;

@@ -3,6 +3,7 @@
 #include <Velmora_Errors/VLMError.h>
 #include <Velmora_Meta/VLMUtilities.h>
 #include <VLMSDKCoreKit/VLMSDKAsserts.h>
+#include <VLMSDKCoreKit/VLMSDKTraceContext.h>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +20,39 @@ TEST(VLMError, ARequiredArgumentErrorNamesTheArgumentToDevelopersOnly) {
     auto withMessage = VLMError::requiredArgumentErrorWithName("amount", "must not be zero", nullptr, nullptr);
     EXPECT_NE(withMessage->developerMessage().find("must not be zero"), std::string::npos);
     EXPECT_EQ(withMessage->functionName(), "");
+}
+
+TEST(VLMSDKTraceContext, ReadsOnlyWellFormedTraceparentsAndMakesFreshSpans) {
+    const std::string trace = "4bf92f3577b34da6a3ce929d0e0e4736", span = "00f067aa0ba902b7";
+    struct Row { std::string value; bool valid; bool sampled; };
+    const Row rows[] = {
+        {"00-" + trace + "-" + span + "-01", true, true},
+        {"00-" + trace + "-" + span + "-00", true, false},
+        {"01-" + trace + "-" + span + "-03-later-fields", true, true},  // a later version adds fields
+        {"00-" + trace + "-" + span + "-01-more", false, false},       // version 00 has exactly four
+        {"ff-" + trace + "-" + span + "-01", false, false},
+        {"00-4BF92F3577B34DA6A3CE929D0E0E4736-" + span + "-01", false, false},  // uppercase
+        {"00-00000000000000000000000000000000-" + span + "-01", false, false},
+        {"00-" + trace + "-0000000000000000-01", false, false},
+        {"00-" + trace + "-" + span + "-0g", false, false},
+        {"00-" + trace + "-" + span, false, false},
+        {"", false, false},
+    };
+    for (const Row& row : rows) {
+        const auto context = VLMSDKTraceContext::fromTraceparent(row.value);
+        ASSERT_EQ(context.has_value(), row.valid) << row.value;
+        if (!context) continue;
+        EXPECT_EQ(context->traceID, trace);
+        EXPECT_EQ(context->spanID, span);
+        EXPECT_EQ(context->sampled, row.sampled) << row.value;
+    }
+    const auto fresh = VLMSDKTraceContext::newTrace();
+    const auto child = fresh.child();
+    EXPECT_TRUE(fresh.isValid());
+    EXPECT_EQ(child.traceID, fresh.traceID);
+    EXPECT_NE(child.spanID, fresh.spanID);
+    EXPECT_NE(VLMSDKTraceContext::newTrace().traceID, fresh.traceID);
+    EXPECT_EQ(VLMSDKTraceContext::fromTraceparent(child.traceparent())->spanID, child.spanID);
 }
 
 TEST(VLMUtilities, PutsPresentValuesAndLeavesAbsentOnesOut) {

@@ -237,6 +237,56 @@ TEST_F(Operations, AReplyThatCannotBeMappedGivesTheMappingError) {
     }
 }
 
+TEST_F(Operations, UnderATraceEachIsOneNamedSpanOverItsRouteTemplateAndAnErrorKeepsTheServiceRequestID) {
+    // (name, route template) per row, in the rows' order.
+    const std::pair<const char*, const char*> spans[] = {
+        {"createReservation", "guest/reservations"},         {"fetchReservation", "guest/reservations/{id}"},
+        {"confirmReservation", "guest/reservations/{id}"},   {"mobileCheckin", "guest/reservations/{id}/mobile_checkin"},
+        {"mobileCheckout", "guest/reservations/{id}/mobile_checkout"},
+        {"payForReservation", "guest/reservations/{id}/transactions"},
+        {"fetchMasterBill", "guest/reservations/{id}/folio"}, {"chargeMasterBill", "guest/reservations/{id}/charge"},
+    };
+    struct Recorder : VLMSDKTelemetryObserver {
+        std::vector<std::string> events;
+        void operationStarted(const VLMSDKOperationTelemetry& o) override {
+            events.push_back("start " + o.operation + " " + o.method + " " + o.route);
+        }
+        void operationEnded(const VLMSDKOperationTelemetry& o, const VLMSDKOperationEnd& end) override {
+            events.push_back("end " + o.operation + " " + std::to_string(end.statusCode) + " " + end.requestID + " " +
+                             (end.error ? end.error->requestID().value_or("-") : "ok"));
+            throw std::runtime_error("an observer's failure costs the caller nothing");
+        }
+    };
+    const auto host = VLMSDKTraceContext::newTrace();
+    auto recorder = std::make_shared<Recorder>();
+    const auto rowsList = rows();
+    ASSERT_EQ(std::size(spans), rowsList.size());
+    for (std::size_t i = 0; i < rowsList.size(); ++i) {
+        const auto& [name, route] = spans[i];
+        SCOPED_TRACE(name);
+        const VLMSDKAPIManager real = *manager;
+        *manager = real.withTelemetryObserver(recorder).withTraceContext(host);
+        recorder->events.clear();
+        const auto failed = run(rowsList[i], FakeReply::http(500, VLMSDKJSON::object(), {{"x-request-id", "req-7"}}));
+        const auto sent = requests->request(requests->requestCount() - 1);
+        *manager = real;
+        ASSERT_NE(failed.error, nullptr);
+        EXPECT_EQ(failed.error->requestID(), "req-7");
+        const std::string method = sent->method();
+        EXPECT_EQ(recorder->events, (std::vector<std::string>{"start " + std::string(name) + " " + method + " " + route,
+                                                              "end " + std::string(name) + " 500 req-7 req-7"}));
+        const auto traceparent = VLMSDKTraceContext::fromTraceparent(sent->headerValue("traceparent").value_or(""));
+        ASSERT_TRUE(traceparent);
+        EXPECT_EQ(traceparent->traceID, host.traceID);
+        EXPECT_NE(traceparent->spanID, host.spanID);  // the operation's own span, under the host's
+    }
+    // Without an observer or a trace: nothing is sent or told.
+    recorder->events.clear();
+    run(rowsList[1], FakeReply::http(200, rowsList[1].goodReply));
+    EXPECT_FALSE(requests->request(requests->requestCount() - 1)->headerValue("traceparent"));
+    EXPECT_TRUE(recorder->events.empty());
+}
+
 TEST_F(Operations, APaymentWhosePartsDoNotMapStillGivesAResult) {
     const auto rowsList = rows();
     const auto& payRow = rowsList[5];

@@ -11,6 +11,7 @@ namespace pmssandbox {
 /// A request in the log together with what became of it.
 struct LoggedRequest {
     std::uint64_t sequence = 0;  ///< from 1, never reused while the service runs
+    std::string requestId;       ///< sent back as X-Request-Id: "req_" + this run's tag + "-" + the sequence
     RecordedRequest request;
     std::chrono::system_clock::time_point receivedAt;
     bool finished = false;

@@ -3,9 +3,22 @@
 #include <pmssandbox/Fault.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <random>
 #include <utility>
 
 namespace pmssandbox {
+
+RequestLog::RequestLog() {
+    std::random_device device;
+    char tag[9];
+    std::snprintf(tag, sizeof tag, "%08x", static_cast<unsigned>(device()));
+    runTag_ = tag;
+}
+
+std::string RequestLog::requestId(std::uint64_t sequence) const {
+    return "req_" + runTag_ + "-" + std::to_string(sequence);
+}
 
 std::uint64_t RequestLog::add(RecordedRequest request, const std::string& routePath) {
     const auto now = std::chrono::system_clock::now();
@@ -14,6 +27,7 @@ std::uint64_t RequestLog::add(RecordedRequest request, const std::string& routeP
     ++total_;
     LoggedRequest entry;
     entry.sequence = ++lastSequence_;
+    entry.requestId = requestId(entry.sequence);
     entry.request = std::move(request);
     entry.receivedAt = now;
     latest_.push_back(std::move(entry));

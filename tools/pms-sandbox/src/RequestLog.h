@@ -23,8 +23,12 @@ class RequestLog {
 public:
     static constexpr std::size_t kKept = 1000;
 
+    RequestLog();
+
     /// `routePath` is the base-relative path that filtered counts match against. Answers its sequence.
     std::uint64_t add(RecordedRequest request, const std::string& routePath);
+    /// The X-Request-Id of request `sequence`: unique across runs too (a random tag per log).
+    std::string requestId(std::uint64_t sequence) const;
     /// Records the outcome of request `sequence`; answers the whole entry (nullopt when no longer kept).
     std::optional<LoggedRequest> finish(std::uint64_t sequence, int status, double milliseconds, std::string note);
     /// Forgets the requests and counts; sequences go on.
@@ -44,6 +48,7 @@ private:
     std::map<std::pair<std::string, std::string>, std::size_t> counts_;  // (method, route path)
     std::size_t total_ = 0;
     std::uint64_t lastSequence_ = 0;
+    std::string runTag_;
 };
 
 }  // namespace pmssandbox

@@ -89,12 +89,14 @@ json RequestLogRedactor::entry(const LoggedRequest& logged) const {
     const bool answered = logged.finished && logged.status != 0;
     return {
         {"sequence", logged.sequence},
+        {"request_id", logged.requestId},
         {"time", isoTime(logged.receivedAt)},
         {"method", logged.request.method},
         {"path", redacted(logged.request.path)},
         {"status", answered ? json(logged.status) : json()},
         {"ms", logged.finished ? json(std::round(logged.milliseconds * 10) / 10) : json()},
         {"idempotency_key", logged.request.headers.count("idempotency-key") ? json(keyHash(key)) : json()},
+        {"trace_id", traceId(logged.request).empty() ? json() : json(traceId(logged.request))},
         {"note", logged.finished ? logged.note : std::string("in flight")},
         {"body", body(logged.request.body)},
     };
@@ -105,7 +107,18 @@ std::string RequestLogRedactor::line(const LoggedRequest& logged) const {
     std::snprintf(figures, sizeof figures, " %d %.1f ms", logged.status, logged.milliseconds);
     std::string text = logged.request.method + " " + redacted(logged.request.path) + figures;
     if (!logged.note.empty()) text += " (" + logged.note + ")";
+    if (const std::string trace = traceId(logged.request); !trace.empty()) text += " trace " + trace;
     return text;
+}
+
+std::string RequestLogRedactor::traceId(const RecordedRequest& request) {
+    // "00-" TRACEID(32 hex) "-" SPANID(16 hex) "-" FLAGS: only the trace id is logged.
+    const std::string value = request.header("traceparent");
+    if (value.size() < 55 || value[2] != '-' || value[35] != '-') return {};
+    const std::string trace = value.substr(3, 32);
+    const bool hex = std::all_of(trace.begin(), trace.end(),
+                                 [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+    return hex ? trace : std::string();
 }
 
 }  // namespace pmssandbox

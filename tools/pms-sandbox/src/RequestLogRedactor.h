@@ -18,10 +18,14 @@ class RequestLogRedactor {
 public:
     RequestLogRedactor(std::string token, std::vector<std::string> cardIds);
 
-    /// {"sequence", "time", "method", "path", "status" (null in flight or when nothing was sent), "ms",
-    ///  "idempotency_key" (hash or null), "note", "body" (at most 2,000 characters)}
+    /// {"sequence", "request_id", "time", "method", "path", "status" (null in flight or when nothing was sent),
+    ///  "ms", "idempotency_key" (hash or null), "trace_id" (from a well-formed traceparent, or null), "note",
+    ///  "body" (at most 2,000 characters)}
     nlohmann::json entry(const LoggedRequest& logged) const;
-    /// "POST /guest/reservations 200 1.2 ms", then the note in brackets if there is one.
+    /// The trace id of the request's `traceparent`, or empty when it sent none (or a malformed one).
+    static std::string traceId(const RecordedRequest& request);
+    /// "POST /guest/reservations 200 1.2 ms", then the note in brackets if there is one, then
+    /// "trace TRACEID" when the request carried a trace context.
     std::string line(const LoggedRequest& logged) const;
     /// `text` with every secret replaced.
     std::string redacted(std::string_view text) const;

@@ -361,6 +361,8 @@ void SandboxServer::Impl::serve(const httplib::Request& req, httplib::Response& 
         if (!relative) relative = path.substr(std::min<std::size_t>(1, path.size()));
         const std::string routePath(*relative);
         const std::uint64_t sequence = log.add(record(req), routePath);
+        // Every answer names its request, as a production service's does, for support tickets.
+        res.set_header("X-Request-Id", log.requestId(sequence));
         auto [status, note] = serveGuest(req, res, routePath);
         const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - started;
         const auto logged = log.finish(sequence, status, elapsed.count(), std::move(note));

@@ -9,6 +9,7 @@
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
 #include <VLMSDKCoreKit/VLMSDKConsoleLogger.h>
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
+#include <VLMSDKCoreKit/VLMSDKOperationTelemetry.h>
 #include <VLMSDKCoreKit/VLMSDKRemoteLogger.h>
 #include <VLMSDKCoreKit/VLMSDKSourceLocation.h>
 
@@ -36,6 +37,7 @@ public:
 
     /// The fixed values of one operation.
     struct Operation {
+        const char* name;  ///< as telemetry shows it, e.g. "fetchReservation"
         Method method;
         const char* passesLogMessage;
         const char* failsLogMessage;
@@ -130,23 +132,35 @@ public:
 
     /// Builds the request with the operation's method on `path` with `parameters`, hands it to the
     /// request manager (under the API manager's request control, when it has one) and returns. The reply
-    /// handler holds `completion` and nothing else it does not need.
+    /// handler holds `completion` and nothing else it does not need. `routeFormat` is the path as telemetry
+    /// shows it, "%@" standing for the identifier (nullptr: `path` itself).
     static void send(const VLMSDKAPIManager& manager, const Operation& operation, const std::string& path,
                      const std::optional<VLMSDKJSON>& parameters, Completion completion,
-                     std::shared_ptr<const VLMSDKReplyExpectation> expected = nullptr) {
+                     std::shared_ptr<const VLMSDKReplyExpectation> expected = nullptr,
+                     const char* routeFormat = nullptr) {
         const auto& builder = manager.requestBuilder();
-        const VLMSDKRequestControl& control = manager.requestControl();
+        VLMSDKRequestControl control = manager.requestControl();
         std::shared_ptr<const VLMSDKRequest> request;
         switch (operation.method) {
         case Method::GET: request = builder->GETWithPath(path, parameters); break;
         case Method::POST: request = builder->POSTWithPath(path, parameters); break;
         case Method::PATCH: request = builder->PATCHWithPath(path, parameters); break;
         }
+        // Only with an observer or a trace context: otherwise an operation pays nothing for telemetry.
+        if (manager.telemetryObserver() || manager.traceContext()) [[unlikely]] {
+            control.telemetry = VLMSDKOperationTelemetry::start(
+                operation.name, methodName(operation.method),
+                pathWithIdentifier(routeFormat ? routeFormat : path.c_str(), "{id}"), manager.traceContext(),
+                manager.telemetryObserver());
+            if (request && control.telemetry->span)
+                request = request->withHeader("traceparent", control.telemetry->span->traceparent());
+            control.telemetry->reportStarted();
+        }
         // What the reply must name, and the request it answers (for the words of a mismatch): looked at here
         // only when the request manager does not look itself.
         Expected expectedReply;
         if (expected && !manager.requestManager()->checksExpectedReplies()) expectedReply = {expected, request};
-        if (!control.cancellation && !control.handlerOffMainQueue) {
+        if (!control.cancellation && !control.handlerOffMainQueue && !control.telemetry) {
             // The manager calls this exactly once, so it may hand the completion on rather than copy it.
             auto handler = [operation = &operation, expectedReply = std::move(expectedReply),
                             completion = std::move(completion)](std::shared_ptr<const VLMSDKJSONReply> json,
@@ -202,7 +216,8 @@ public:
         send(manager, operation, pathWithIdentifier(pathFormat, identifier), parameters, std::move(completion),
              operation.replyNamesReservation
                  ? std::make_shared<const VLMSDKReplyExpectation>(VLMSDKReplyExpectation{"reservation", "id", identifier})
-                 : nullptr);
+                 : nullptr,
+             pathFormat);
     }
 
     /// "path/%@" with the identifier put in place, as it is.
@@ -241,12 +256,29 @@ private:
 
     static bool isCancelled(const VLMErrorPtr& error) { return error && error->code() == VLMErrorCode::Cancelled; }
 
+    static const char* methodName(Method method) {
+        switch (method) {
+        case Method::GET: return "GET";
+        case Method::POST: return "POST";
+        case Method::PATCH: return "PATCH";
+        }
+        return "GET";
+    }
+
     // `controlled` is null for a request without control (the common case: nothing extra is kept).
     static void handleReply(const Operation& operation, const Controlled* controlled, const Expected& expected,
                             Completion completion,
                             std::shared_ptr<const VLMSDKJSONReply> json, std::shared_ptr<const VLMSDKURLResponse> response,
                             VLMErrorPtr error) {
+        // The validator keeps the response alive until the outcome is delivered.
+        const VLMSDKURLResponse* replied = response.get();
         const auto finishWith = [&](Result result, VLMErrorPtr failure) {
+            // The service's id of the request, for the support ticket an error may become.
+            if (failure && replied) {
+                if (auto requestID = replied->headerValue("X-Request-Id"))
+                    failure = VLMError::withRequestID(failure, std::move(*requestID));
+            }
+            if (controlled && controlled->control.telemetry) controlled->control.telemetry->reportEnded(replied, failure);
             if (!controlled) {
                 deliver(std::move(completion), std::move(result), std::move(failure));
                 return;

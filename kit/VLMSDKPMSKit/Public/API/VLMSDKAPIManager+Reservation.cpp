@@ -36,47 +36,47 @@ PayFrame::Outcome paymentFromReply(const VLMSDKJSONReply& reply) {
     return {VLMSDKPayForReservationResult::initWithTransaction(std::move(transaction), std::move(reservation)), nullptr};
 }
 
-const ReservationFrame::Operation createOperation{ReservationFrame::Method::POST,
+const ReservationFrame::Operation createOperation{"createReservation", ReservationFrame::Method::POST,
                                                   "Successfully created reservation.",
                                                   "Failed to create reservation.",
                                                   {"reservation"},
                                                   &reservationFromReply};
-const ReservationFrame::Operation fetchOperation{ReservationFrame::Method::GET,
+const ReservationFrame::Operation fetchOperation{"fetchReservation", ReservationFrame::Method::GET,
                                                  "Successfully fetch reservation.",
                                                  "Failed to fetch reservation.",
                                                  {"reservation"},
                                                  &reservationFromReply,
                                                  /*replyNamesReservation=*/true};
-const ReservationFrame::Operation confirmOperation{ReservationFrame::Method::PATCH,
+const ReservationFrame::Operation confirmOperation{"confirmReservation", ReservationFrame::Method::PATCH,
                                                    "Successfully confirm reservation.",
                                                    "Failed to confirm a reservation.",
                                                    {"reservation"},
                                                    &reservationFromReply,
                                                    /*replyNamesReservation=*/true};
-const ReservationFrame::Operation checkinOperation{ReservationFrame::Method::PATCH,
+const ReservationFrame::Operation checkinOperation{"mobileCheckin", ReservationFrame::Method::PATCH,
                                                    "Successfully did mobile checkin for reservation.",
                                                    "Failed to make a mobile checkin for reservation.",
                                                    {"reservation"},
                                                    &reservationFromReply,
                                                    /*replyNamesReservation=*/true};
-const SuccessFrame::Operation checkoutOperation{SuccessFrame::Method::PATCH,
+const SuccessFrame::Operation checkoutOperation{"mobileCheckout", SuccessFrame::Method::PATCH,
                                                 "Successfully did mobile checkout for reservation.",
                                                 "Failed to make a mobile checkout for reservation.",
                                                 {},
                                                 &succeed,
                                                 /*replyNamesReservation=*/true};
-const PayFrame::Operation payOperation{PayFrame::Method::POST,
+const PayFrame::Operation payOperation{"payForReservation", PayFrame::Method::POST,
                                        "Successfully pay for reservation.",
                                        "Failed to pay for reservation.",
                                        {"reservation", "transaction"},
                                        &paymentFromReply,
                                        /*replyNamesReservation=*/true};
-const FolioFrame::Operation fetchMasterBillOperation{FolioFrame::Method::GET,
+const FolioFrame::Operation fetchMasterBillOperation{"fetchMasterBill", FolioFrame::Method::GET,
                                                      "Successfully fetch reservation's master bill.",
                                                      "Failed to fetch reservation's master bill.",
                                                      {},
                                                      &folioFromReply};
-const FolioFrame::Operation updateMasterBillOperation{FolioFrame::Method::POST,
+const FolioFrame::Operation updateMasterBillOperation{"chargeMasterBill", FolioFrame::Method::POST,
                                                       "Successfully updated reservation's master bill.",
                                                       "Failed to update reservation's master bill.",
                                                       {},
