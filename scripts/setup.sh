@@ -2,7 +2,8 @@
 # Installs the Debian 12 packages the project needs. Idempotent and quiet when all is there.
 #   scripts/setup.sh               what the command-line tool and the local service need (the demo)
 #   scripts/setup.sh --tests       and what the test suite needs (sanitizer and fuzzing compilers, test
-#                                  servers, the browser the dashboard test drives)
+#                                  servers, the browser the dashboard test drives) and Doxygen for
+#                                  scripts/docs.sh
 #   scripts/setup.sh --bench       and the peer client the benchmarks measure against
 #   scripts/setup.sh --examples    and the host event loops the examples plug into
 #   scripts/setup.sh --all         all of them (CI)
@@ -15,7 +16,7 @@ base=(
 )
 tests=(
   libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev
-  nghttp2-server openssl ca-certificates chromium python3 python3-h2
+  nghttp2-server openssl ca-certificates chromium python3 python3-h2 doxygen
 )
 bench=(libbenchmark-dev libcpprest-dev nginx-light curl)
 examples=(qt6-base-dev libasio-dev)

@@ -11,6 +11,7 @@
 /// operations use. Kits add their operations to it (see each kit's `VLMSDKAPIManager+...` unit).
 class VLMSDKAPIManager {
 public:
+    /// Operations build their requests with `requestBuilder` and send them through `requestManager`.
     VLMSDKAPIManager(std::shared_ptr<VLMSDKRequestBuilder> requestBuilder,
                      std::shared_ptr<VLMSDKRequestManager> requestManager);
 

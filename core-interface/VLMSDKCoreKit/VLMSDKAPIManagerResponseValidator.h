@@ -13,15 +13,20 @@
 /// the console logger. Usable on any thread; one validator serves one reply.
 class VLMSDKAPIManagerResponseValidator {
 public:
+    /// A shared validator for one reply: what the request manager handed over, as it came.
     static std::shared_ptr<VLMSDKAPIManagerResponseValidator> validatorForResponse(
         std::shared_ptr<const VLMSDKURLResponse> response, std::shared_ptr<const VLMSDKJSONReply> reply,
         VLMErrorPtr responseError);
 
+    /// The same, not shared.
     VLMSDKAPIManagerResponseValidator(std::shared_ptr<const VLMSDKURLResponse> response,
                                       std::shared_ptr<const VLMSDKJSONReply> reply, VLMErrorPtr responseError);
 
+    /// The line logged when the reply passes.
     void setPassesLogMessage(std::string message) { passesLogMessage_ = std::move(message); }
+    /// The line logged when it fails, followed by the error's developer message.
     void setFailsLogMessage(std::string message) { failsLogMessage_ = std::move(message); }
+    /// Top-level keys the reply object must hold (none: any reply, JSON or not, passes on a 2xx).
     void setRequiredJSONKeys(std::vector<std::string> keys) { requiredJSONKeys_ = std::move(keys); }
 
     /// True when the reply may be mapped. On false, stores the reason through `error` (when given):

@@ -20,5 +20,6 @@ public:
 
     /// Installs `handler` for all threads (nullptr restores the default). Safe while others assert.
     static void setHandler(std::shared_ptr<VLMSDKAssertionHandler> handler);
+    /// The handler in use: the installed one, or the default.
     static std::shared_ptr<VLMSDKAssertionHandler> handler();
 };

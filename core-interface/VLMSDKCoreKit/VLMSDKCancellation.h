@@ -21,12 +21,15 @@
 /// ran does nothing.
 class VLMSDKCancellation {
 public:
+    /// What runs when the signal is given.
     using Callback = std::function<void()>;
 
+    /// A new signal, not given yet.
     static std::shared_ptr<VLMSDKCancellation> make();
 
     /// Gives the signal; the first call runs the callbacks, later ones do nothing.
     void cancel();
+    /// Whether the signal was given.
     bool isCancelled() const;
 
     /// Registers `callback` and answers a key for `removeCallback`; answers 0 when the signal was given
@@ -59,7 +62,9 @@ public:
     VLMSDKCancellationScope(const VLMSDKCancellationScope&) = delete;
     VLMSDKCancellationScope& operator=(const VLMSDKCancellationScope&) = delete;
 
+    /// Gives the signal now, before the scope ends.
     void cancel() { cancellation_->cancel(); }
+    /// The signal, for `VLMSDKAPIManager::withCancellation`.
     const std::shared_ptr<VLMSDKCancellation>& cancellation() const { return cancellation_; }
 
 private:

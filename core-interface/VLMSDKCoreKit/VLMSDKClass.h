@@ -16,13 +16,35 @@
 class VLMSDKObjectMapping;
 class VLMSDKKeyedUnarchiver;
 
+/// \file
+/// Class descriptors and their properties: how mapping and archiving read and write a record's properties
+/// by name.
+
 /// A calendar date, and a point in time to the second (UTC).
+///@{
 using VLMSDKDate = std::chrono::sys_days;
 using VLMSDKTime = std::chrono::sys_seconds;
+///@}
+/// The value of an ObjectArray property: records of its element class, in order.
 using VLMSDKObjectArray = std::vector<std::shared_ptr<VLMSDKRootObject>>;
 
 /// The kinds of value a described property holds.
 enum class VLMSDKPropertyKind { String, Number, Boolean, Date, Time, Object, ObjectArray };
+
+/// \var VLMSDKPropertyKind::String
+/// Text (`std::string`).
+/// \var VLMSDKPropertyKind::Number
+/// A number (`double`).
+/// \var VLMSDKPropertyKind::Boolean
+/// A flag (`bool`), never absent.
+/// \var VLMSDKPropertyKind::Date
+/// A calendar date (VLMSDKDate).
+/// \var VLMSDKPropertyKind::Time
+/// A point in time (VLMSDKTime).
+/// \var VLMSDKPropertyKind::Object
+/// One record of the property's element class.
+/// \var VLMSDKPropertyKind::ObjectArray
+/// Records of the property's element class (VLMSDKObjectArray).
 
 /// A property's value, read or written by name. `std::monostate` is an absent value.
 using VLMSDKPropertyValue = std::variant<std::monostate, std::string, double, bool, VLMSDKDate, VLMSDKTime,
@@ -32,25 +54,33 @@ using VLMSDKPropertyValue = std::variant<std::monostate, std::string, double, bo
 /// archiving need. Immutable once made.
 class VLMSDKProperty {
 public:
+    /// Reads the property of a record.
     using Getter = std::function<VLMSDKPropertyValue(const VLMSDKRootObject&)>;
+    /// Stores a value into the property of a record; false when it does not fit.
     using Setter = std::function<bool(VLMSDKRootObject&, VLMSDKPropertyValue&&)>;
 
+    /// A property named `name` holding `kind` (of `elementClass`, for records), read through `getter` and
+    /// written through `setter`. The factories below make these from a record's accessors.
     VLMSDKProperty(std::string name, VLMSDKPropertyKind kind, const VLMSDKClass* elementClass, Getter getter,
                    Setter setter);
 
+    /// The property's name, as mappings and archives refer to it.
     const std::string& name() const { return name_; }
+    /// The kind of value it holds.
     VLMSDKPropertyKind kind() const { return kind_; }
     /// For Object and ObjectArray properties: the class of the record(s) held. An ObjectArray property is a
     /// `std::vector<std::shared_ptr<E>>`, empty when absent; its elements are never null.
     const VLMSDKClass* elementClass() const { return elementClass_; }
 
+    /// The value in `object`, a record of the class; `std::monostate` when absent.
     VLMSDKPropertyValue get(const VLMSDKRootObject& object) const { return getter_(object); }
     /// Stores `value`; false (and nothing stored) when its alternative does not fit the kind, or a record
     /// in it is not of the element class. `std::monostate` clears the property (false for Boolean).
     bool set(VLMSDKRootObject& object, VLMSDKPropertyValue value) const { return setter_(object, std::move(value)); }
 
-    // Factories from a record's own accessors. `T` is the record class; getters return (a reference to)
-    // the stored value; setters take the value.
+    /// Factories from a record's own accessors, one per kind. `T` is the record class (`E`, for records,
+    /// the class held); getters return (a reference to) the stored value; setters take the value.
+    ///@{
     template <class T, class G, class S> static VLMSDKProperty string(std::string name, G getter, S setter);
     template <class T, class G, class S> static VLMSDKProperty number(std::string name, G getter, S setter);
     template <class T, class G, class S> static VLMSDKProperty boolean(std::string name, G getter, S setter);
@@ -58,6 +88,7 @@ public:
     template <class T, class G, class S> static VLMSDKProperty time(std::string name, G getter, S setter);
     template <class T, class E, class G, class S> static VLMSDKProperty object(std::string name, G getter, S setter);
     template <class T, class E, class G, class S> static VLMSDKProperty objectArray(std::string name, G getter, S setter);
+    ///@}
 
 private:
     template <class T, class V, class G, class S>
@@ -76,9 +107,13 @@ private:
 /// the very same descriptor.
 class VLMSDKClass {
 public:
+    /// Makes a default-constructed instance.
     using Factory = std::function<std::shared_ptr<VLMSDKRootObject>()>;
+    /// Answers one of the class's mappings.
     using MappingProvider = std::function<std::shared_ptr<const VLMSDKObjectMapping>()>;
+    /// Answers the names of the class's archived properties.
     using NameListProvider = std::function<const std::vector<std::string>&()>;
+    /// Restores an instance from an archive.
     using Decoder = std::function<std::shared_ptr<VLMSDKRootObject>(VLMSDKKeyedUnarchiver&)>;
 
     /// The optional class operations. Empty functions mean the class does not offer them.
@@ -115,15 +150,19 @@ public:
     VLMSDKClass(const VLMSDKClass&) = delete;
     VLMSDKClass& operator=(const VLMSDKClass&) = delete;
 
+    /// The class's name, as archives and descriptions show it.
     const std::string& name() const { return name_; }
+    /// The descriptor of the class it derives from, or nullptr.
     const VLMSDKClass* superclass() const { return superclass_; }
     /// A new default-constructed instance, or nullptr for a class that cannot be instantiated.
     std::shared_ptr<VLMSDKRootObject> makeInstance() const { return factory_ ? factory_() : nullptr; }
     /// Every property, inherited ones first.
     const std::vector<VLMSDKProperty>& properties() const { return properties_; }
+    /// The property named `name`, inherited ones included, or nullptr.
     const VLMSDKProperty* propertyNamed(std::string_view name) const;
     /// True for this class and every class derived from it.
     bool isSubclassOfClass(const VLMSDKClass& other) const;
+    /// The class operations it offers.
     const Operations& operations() const { return operations_; }
 
 private:

@@ -8,6 +8,7 @@ class VLMSDKClass;
 /// One entry of a configuration's `kits`: the class of a kit the host enables.
 class VLMSDKConfigurationKit {
 public:
+    /// The entry for the kit whose descriptor is `kit` (its `classDescriptor()`).
     explicit VLMSDKConfigurationKit(const VLMSDKClass& kit) : kit_(&kit) {}
 
     /// The kit's class; compare by address.
@@ -22,11 +23,13 @@ private:
 /// API manager.
 class VLMSDKConfiguration {
 public:
+    /// The list of enabled kits.
     using Kits = std::vector<std::shared_ptr<const VLMSDKConfigurationKit>>;
 
     /// The enabled kits, in order; absent entries are allowed and match nothing. A copy: changing the
     /// configuration afterwards never disturbs a walk over it.
     Kits kits() const { return kits_; }
+    /// Replaces the list of enabled kits.
     void setKits(Kits kits) { kits_ = std::move(kits); }
 
 private:

@@ -9,8 +9,10 @@
 /// Writes each line, whole, to standard error; or, once a host or test sets a sink, hands it there.
 class VLMSDKConsoleLogger final : public VLMSDKLogger {
 public:
+    /// Receives each line, whole, as a record.
     using Sink = std::function<void(const VLMSDKLogRecord&)>;
 
+    /// The process's console logger. Never destroyed, so that threads may log while the process exits.
     static VLMSDKConsoleLogger& sharedLogger();
 
     /// Sends lines to `sink` instead of standard error (an empty sink restores standard error).

@@ -22,6 +22,7 @@
 /// logged. Thread-safe: any thread may call any member at any time.
 class VLMSDKCredentials final : public std::enable_shared_from_this<VLMSDKCredentials> {
 public:
+    /// How the credentials cache and fetch.
     struct Options {
         /// How long before its expiry a token is fetched anew. Default 60 s.
         std::chrono::seconds refreshSkew{60};
@@ -31,11 +32,14 @@ public:
     /// "Bearer <token>", or nullptr with the error.
     using Handler = std::function<void(std::shared_ptr<const std::string> authorization, VLMErrorPtr error)>;
 
+    /// New credentials over `provider`, with `options` or the default ones. They hold no token until asked.
+    ///@{
     static std::shared_ptr<VLMSDKCredentials> make(std::shared_ptr<VLMSDKCredentialsProvider> provider,
                                                    Options options);
     static std::shared_ptr<VLMSDKCredentials> make(std::shared_ptr<VLMSDKCredentialsProvider> provider) {
         return make(std::move(provider), Options());
     }
+    ///@}
 
     /// "Bearer <token>" while the cached token is fresh; nullptr when a fetch is needed.
     std::shared_ptr<const std::string> freshAuthorization() const;

@@ -9,6 +9,7 @@
 
 /// A bearer token and when the service stops accepting it.
 struct VLMSDKAccessToken {
+    /// The token itself; it goes on the wire only as the Authorization header, and into no log.
     std::string value;
     /// The default: never.
     std::chrono::system_clock::time_point expiresAt = std::chrono::system_clock::time_point::max();

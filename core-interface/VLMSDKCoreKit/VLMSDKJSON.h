@@ -4,6 +4,9 @@
 
 #include <cstddef>
 
+/// \file
+/// The SDK's JSON value type and the nesting it accepts.
+
 /// The JSON value type of the SDK: reply bodies, request bodies, untyped replies.
 using VLMSDKJSON = nlohmann::json;
 

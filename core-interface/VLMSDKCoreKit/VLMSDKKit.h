@@ -7,14 +7,20 @@
 
 class VLMSDKConfiguration;
 
+/// \file
+/// What makes a class a kit of the SDK.
+
 /// What makes a class a kit of the SDK. An instance answers `start`; the class itself offers
 /// `static void enableWithConfiguration(std::shared_ptr<const VLMSDKConfiguration>)` and
 /// `static std::shared_ptr<...> sharedInstance()`, checked by the concept `VLMSDKKitClass`.
 class VLMSDKKit : public VLMSDKRootObject {
 public:
+    /// Starts the kit's own work, if it has any. The SDK does not call it itself.
     virtual void start() = 0;
 };
 
+/// True for a kit class: derived from VLMSDKKit, with the static `enableWithConfiguration`,
+/// `sharedInstance` and `classDescriptor`.
 template <class T>
 concept VLMSDKKitClass = std::derived_from<T, VLMSDKKit> &&
     requires(std::shared_ptr<const VLMSDKConfiguration> configuration) {

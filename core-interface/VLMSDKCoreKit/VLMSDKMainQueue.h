@@ -12,6 +12,7 @@
 /// host has installed an executor, wherever that executor sends them (a UI loop running on the main thread).
 class VLMSDKMainQueue {
 public:
+    /// One piece of work for the main thread.
     using Task = std::function<void()>;
     /// Receives every task posted after it is installed; it must run each one, once, on the main thread.
     using Executor = std::function<void(Task)>;

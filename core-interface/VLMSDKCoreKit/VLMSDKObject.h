@@ -15,8 +15,10 @@ public:
     static constexpr const char* kVelmoraIDJSONKey = "id";
 
     /// The record's platform identifier.
+    ///@{
     const std::optional<std::string>& velmoraID() const { return velmoraID_; }
     void setVelmoraID(std::optional<std::string> velmoraID) { velmoraID_ = std::move(velmoraID); }
+    ///@}
 
     /// Adds to `mapping` the entry that fills `velmoraID` from "id", through the identifier transform.
     static void addVelmoraIDMapping(VLMSDKObjectMapping& mapping);

@@ -11,14 +11,17 @@
 /// forwards. Never blocks on I/O: when the queue is full the oldest line is dropped and counted.
 class VLMSDKRemoteLogger final : public VLMSDKLogger {
 public:
+    /// Lines kept before the oldest is dropped, until `setCapacity` says otherwise.
     static constexpr std::size_t kDefaultCapacity = 1024;
 
+    /// The process's remote logger. Never destroyed, so that threads may log while the process exits.
     static VLMSDKRemoteLogger& sharedLogger();
 
     /// Takes every queued line, oldest first.
     std::vector<VLMSDKLogRecord> drain();
     /// Lines dropped because the queue was full, since the start of the process.
     std::size_t droppedCount() const;
+    /// The bound on queued lines.
     std::size_t capacity() const;
     /// Changes the bound (at least 1); drops the oldest lines at once if more are queued.
     void setCapacity(std::size_t capacity);

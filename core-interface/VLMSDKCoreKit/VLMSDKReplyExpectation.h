@@ -12,8 +12,11 @@
 ///
 /// A plain value: any thread may read it.
 struct VLMSDKReplyExpectation {
+    /// The reply's top-level member that holds the identifier ("reservation").
     std::string object;
+    /// The member of that object that names it ("id").
     std::string member;
+    /// What it must be.
     std::string value;
 
     /// Whether `reply` names another value there. Builds nothing and allocates nothing.

@@ -34,6 +34,7 @@ public:
     virtual std::shared_ptr<const VLMSDKRequest> PATCHWithPath(const std::string& path,
                                                                const std::optional<VLMSDKJSON>& parameters);
 
+    /// The base URL, ending in a slash.
     std::string baseURL() const;
     /// A fixed bearer token (absent: none), sent as it is. A token provider, when set, wins over it.
     void setAccessToken(std::optional<std::string> token);
@@ -48,6 +49,8 @@ public:
     std::shared_ptr<VLMSDKCredentials> credentials() const;
     /// Sets (or, with an absent value, removes) a header sent with every request.
     void setDefaultHeader(const std::string& name, std::optional<std::string> value);
+    /// The headers sent with every request: at first Accept and Content-Type `application/json`, and the
+    /// User-Agent `defaultUserAgent()`.
     VLMSDKRequest::Headers defaultHeaders() const;
 
     /// "VLMSDKPMSKit/<version>": the User-Agent sent by default.

@@ -11,6 +11,9 @@
 #include <functional>
 #include <memory>
 
+/// \file
+/// The request manager interface, which sends what the kits' operations build, and what a caller asks of it.
+
 /// The reply handler of one request: the parsed reply body (nullptr when there was none, or it was not
 /// JSON), the response (nullptr when no HTTP answer came) and the error (nullptr on an HTTP answer whose
 /// body, if any, parsed).

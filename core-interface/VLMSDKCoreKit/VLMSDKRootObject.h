@@ -5,6 +5,9 @@
 
 class VLMSDKClass;
 
+/// \file
+/// The root of the SDK's described objects, and how they print.
+
 /// The root of every SDK object that is described by a class descriptor (records, kit entries).
 class VLMSDKRootObject {
 public:
@@ -17,9 +20,12 @@ public:
     virtual std::string description() const;
 
 protected:
+    /// Made and copied only as a derived object, so that none is sliced through this base.
+    ///@{
     VLMSDKRootObject() = default;
     VLMSDKRootObject(const VLMSDKRootObject&) = default;
     VLMSDKRootObject& operator=(const VLMSDKRootObject&) = default;
+    ///@}
 };
 
 /// Streams `description()`.

@@ -9,13 +9,18 @@
 /// What the server answered, besides the body: the URL, the HTTP status and the headers.
 class VLMSDKURLResponse {
 public:
+    /// Header names and values, in the order they came.
     using Headers = std::vector<std::pair<std::string, std::string>>;
 
+    /// The answer of `url` with `statusCode` and `headers`, after `attempts` sends.
     VLMSDKURLResponse(std::string url, long statusCode, Headers headers = {}, unsigned attempts = 1)
         : url_(std::move(url)), statusCode_(statusCode), headers_(std::move(headers)), attempts_(attempts) {}
 
+    /// The URL the request went to; the SDK's transport redacts a password in it.
     const std::string& url() const { return url_; }
+    /// The HTTP status.
     long statusCode() const { return statusCode_; }
+    /// The response's headers.
     const Headers& headers() const { return headers_; }
     /// How many times the request was sent before this answer (more than 1 under a retry policy).
     unsigned attempts() const { return attempts_; }

@@ -4,6 +4,9 @@
 #include <optional>
 #include <string>
 
+/// \file
+/// The SDK's errors: the error type, its codes and its domains.
+
 class VLMError;
 
 /// The one error handle used everywhere: shared, immutable, absent as nullptr.
@@ -11,6 +14,7 @@ using VLMErrorPtr = std::shared_ptr<const VLMError>;
 
 /// What went wrong, in broad kinds; `domain()` says which library made the error.
 enum class VLMErrorCode : int {
+    /// no other code fits
     Unknown = 0,
     RequiredArgument = 1,   ///< an argument or property that must be present is absent or invalid
     Transport = 100,        ///< the request never got an HTTP answer (refused, reset, DNS, TLS)
@@ -32,10 +36,15 @@ enum class VLMErrorCode : int {
 /// Errors are immutable values; every factory returns a new one. Thread-safe to share.
 class VLMError {
 public:
+    /// Everything an error holds; the factories fill it in.
     struct Details {
+        /// The library that made the error (one of the domains below).
         std::string domain;
+        /// What went wrong, in broad kinds.
         VLMErrorCode code = VLMErrorCode::Unknown;
+        /// For logs and developers: what failed, in the SDK's words.
         std::string developerMessage;
+        /// Fit to show a user; the error's constructor puts a generic sentence for the code in an empty one.
         std::string userMessage;
         std::optional<std::string> argumentName;   ///< required-argument errors: the argument at fault
         std::optional<long> httpStatusCode;        ///< errors made from an HTTP reply
@@ -44,10 +53,13 @@ public:
         /// service team asks for first in a support ticket.
         std::optional<std::string> requestID;
         std::string functionName;                  ///< where the error was made
+        /// The source file the error was made in.
         std::string fileName;
+        /// The error this one wraps, or nullptr.
         VLMErrorPtr underlyingError;
     };
 
+    /// The error `details` describe; an empty user message becomes the generic sentence for the code.
     explicit VLMError(Details details);
 
     /// An error saying that the argument (or property) `name` is missing or invalid.
@@ -63,6 +75,8 @@ public:
     /// `error` with `requestID` added (nullptr stays nullptr); `error` itself when it has one already.
     static VLMErrorPtr withRequestID(const VLMErrorPtr& error, std::string requestID);
 
+    /// The error's details, one by one (see Details).
+    ///@{
     const std::string& domain() const { return details_.domain; }
     VLMErrorCode code() const { return details_.code; }
     const std::string& developerMessage() const { return details_.developerMessage; }
@@ -75,6 +89,7 @@ public:
     const std::string& fileName() const { return details_.fileName; }
     const VLMErrorPtr& underlyingError() const { return details_.underlyingError; }
     const Details& details() const { return details_; }
+    ///@}
 
     /// "domain code: developer message", for logs.
     std::string description() const;
@@ -84,8 +99,16 @@ private:
 };
 
 /// Domains of the errors this SDK makes.
+///@{
+/// Required-argument errors.
 inline constexpr const char* kVLMErrorDomain = "com.velmora.errors";
+/// Errors of sending a request and getting its answer: the request builder's, the request manager's and the
+/// credentials'.
 inline constexpr const char* kVLMSDKNetworkErrorDomain = "com.velmora.sdk.network";
+/// Replies judged unusable: a status outside 2xx, a body that is not JSON or lacks a key.
 inline constexpr const char* kVLMSDKResponseErrorDomain = "com.velmora.sdk.response";
+/// Replies that could not be turned into records.
 inline constexpr const char* kVLMSDKMappingErrorDomain = "com.velmora.sdk.mapping";
+/// Archives that could not be written or read.
 inline constexpr const char* kVLMSDKArchiveErrorDomain = "com.velmora.sdk.archive";
+///@}

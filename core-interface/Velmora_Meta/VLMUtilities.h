@@ -16,9 +16,11 @@ public:
     /// Puts `setObject` under `forKey` in the JSON object `dictionary`; an absent value leaves the key out.
     /// A number that is not finite is put as it is (the request builder then refuses to send it).
     /// A `dictionary` that is not an object (null included) becomes an empty object first.
+    ///@{
     static void dictionary(VLMSDKJSON& dictionary, const std::optional<std::string>& setObject, std::string_view forKey);
     static void dictionary(VLMSDKJSON& dictionary, const std::optional<double>& setObject, std::string_view forKey);
     static void dictionary(VLMSDKJSON& dictionary, const std::optional<VLMSDKJSON>& setObject, std::string_view forKey);
+    ///@}
 
     /// String equality that accepts absent strings: two absent strings are equal, absent and present are not.
     static bool string(const std::optional<std::string>& string, const std::optional<std::string>& isEqualToString);

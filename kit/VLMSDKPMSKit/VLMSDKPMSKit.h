@@ -1,5 +1,6 @@
 #pragma once
 
+/// \file
 /// Everything a host needs from the property-management kit: the kit entry, the eight reservation
 /// operations on the API manager with their request descriptions and their future and coroutine forms,
 /// the records they deliver, the JSON key tables, and the core kit's main queue on which every completion

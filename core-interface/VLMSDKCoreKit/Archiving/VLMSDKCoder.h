@@ -35,6 +35,7 @@ public:
                                                                      std::span<const std::uint8_t> data,
                                                                      VLMErrorPtr* error);
 
+    /// The same for the record class `T` (its `classDescriptor()`), typed.
     template <class T>
     static std::shared_ptr<T> unarchivedObjectOfClass(std::span<const std::uint8_t> data, VLMErrorPtr* error) {
         return std::dynamic_pointer_cast<T>(unarchivedObjectOfClass(T::classDescriptor(), data, error));

@@ -20,6 +20,7 @@ public:
     VLMSDKKeyedUnarchiver(const VLMSDKKeyedUnarchiver&) = delete;
     VLMSDKKeyedUnarchiver& operator=(const VLMSDKKeyedUnarchiver&) = delete;
 
+    /// Whether the current record holds a value under `key`; false once the archive failed.
     bool containsValueForKey(std::string_view key) const;
 
     /// The value under `key` in the current record, read as `kind` (nested records as `elementClass`,

@@ -7,6 +7,9 @@
 #include <functional>
 #include <variant>
 
+/// \file
+/// Value transforms: what a mapping entry may pass a JSON value through before it is stored.
+
 /// What a value transform gives back: a JSON value for the mapper to store as it stores plain values
 /// (null: leave the property absent), a date or time, or an error that fails the mapping.
 using VLMSDKMappedValue = std::variant<VLMSDKJSON, VLMSDKDate, VLMSDKTime, VLMErrorPtr>;

@@ -5,6 +5,9 @@
 #include <concepts>
 #include <memory>
 
+/// \file
+/// The concept of a class mapped from JSON.
+
 /// A class that can be mapped from JSON offers `static std::shared_ptr<const VLMSDKObjectMapping>
 /// objectMapping()` (built once, the same object on every call) and lists it in its descriptor's
 /// operations; `serializationMapping()` is optional.

@@ -8,10 +8,13 @@
 /// The outcome of mapping one JSON object: a record, or the error that says why there is none.
 class VLMSDKMappingResult {
 public:
+    /// A result holding `result` and `error` as given (the mapper gives one of them).
     VLMSDKMappingResult(std::shared_ptr<VLMSDKRootObject> result, VLMErrorPtr error)
         : result_(std::move(result)), error_(std::move(error)) {}
 
+    /// The record, or nullptr when the mapping failed.
     const std::shared_ptr<VLMSDKRootObject>& result() const { return result_; }
+    /// Why there is no record, or nullptr.
     const VLMErrorPtr& error() const { return error_; }
 
     /// The record as `T`, or nullptr when there is none or it is of another class.

@@ -28,6 +28,7 @@
 /// Thread-safe: any thread may send requests, read statistics or shut down at any time.
 class VLMSDKHTTPRequestManager final : public VLMSDKRequestManager {
 public:
+    /// The manager's settings.
     using Options = VLMSDKHTTPRequestManagerOptions;
 
     /// Counters since the manager was made.
@@ -39,6 +40,7 @@ public:
 
     /// A manager with the default options.
     VLMSDKHTTPRequestManager();
+    /// A manager with `options`, fixed from now on.
     explicit VLMSDKHTTPRequestManager(Options options);
     /// Shuts down (see `shutdown`).
     ~VLMSDKHTTPRequestManager() override;
@@ -74,10 +76,12 @@ public:
     /// handler, it only starts the shutdown, which finishes once the handler returns.
     void shutdown();
 
+    /// The counters so far.
     Statistics statistics() const;
     /// Same as `statistics().connectionsOpened`.
     std::size_t connectionsOpened() const;
 
+    /// The options the manager was made with.
     const Options& options() const;
 
 private:

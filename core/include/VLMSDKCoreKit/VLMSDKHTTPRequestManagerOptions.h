@@ -23,6 +23,7 @@ struct VLMSDKHTTPRequestManagerOptions {
         /// kit's operations validate and map there and post only the finished outcome to the main queue.
         Threaded,
     };
+    /// Which thread drives the transfers. Default: Automatic.
     Mode mode = Mode::Automatic;
     /// Who speaks HTTP on the wire.
     enum class Transport {
@@ -36,6 +37,7 @@ struct VLMSDKHTTPRequestManagerOptions {
         /// per request there (bench/README.md), with the same errors, limits and retries.
         HTTP1,
     };
+    /// Who speaks HTTP on the wire. Default: LibCurl.
     Transport transport = Transport::LibCurl;
     /// Time allowed to set up a connection (zero: no limit of its own). Default 10 s.
     std::chrono::milliseconds connectTimeout{std::chrono::seconds(10)};
@@ -50,8 +52,10 @@ struct VLMSDKHTTPRequestManagerOptions {
     /// dropped while it arrives. Default 10 MiB.
     std::size_t maximumReplySize = 10 * 1024 * 1024;
     /// Whether the server's certificate chain and its host name are checked. Default: both on.
+    ///@{
     bool verifyPeer = true;
     bool verifyHost = true;
+    ///@}
     /// A file of CA certificates (PEM) to trust instead of the system's. Default: the system's.
     std::optional<std::string> caFile;
     /// Proxy URL such as "http://proxy:3128". Absent (the default): the usual proxy environment variables

@@ -15,8 +15,11 @@
 /// `maximumBackoff` ends the retries. The request's handler still runs exactly once; the final error (or the
 /// response's `attempts()`) says how many attempts were made; each attempt reaches the exchange observer.
 struct VLMSDKRetryPolicy {
+    /// Attempts in all, the first included; 0 or 1 turns retries off. Default 3.
     unsigned maximumAttempts = 3;
+    /// The bound of the first wait, doubled for each attempt after it. Default 200 ms.
     std::chrono::milliseconds initialBackoff{200};
+    /// The largest bound of a wait, and the longest `Retry-After` waited. Default 10 s.
     std::chrono::milliseconds maximumBackoff{std::chrono::seconds(10)};
     /// Every POST and PATCH carries an `Idempotency-Key` header, the same on each of its attempts, and is
     /// then retried like a GET: the service answers a repeated key with its first reply. Off by default: only a

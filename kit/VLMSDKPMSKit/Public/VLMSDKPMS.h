@@ -5,9 +5,14 @@
 
 #include <memory>
 
+/// \file
+/// The kit's entry, VLMSDKPMS, and the kit's version.
+
 /// The kit's version, as a number and as the "@(#)PROGRAM:..." identification text.
+///@{
 extern "C" const double VLMSDKPMSKitVersionNumber;
 extern "C" const unsigned char VLMSDKPMSKitVersionString[];
+///@}
 
 /// The entry of the property-management kit, through which the SDK recognises it.
 ///
@@ -37,6 +42,7 @@ public:
     /// Always nullptr: the kit keeps no configuration.
     const std::shared_ptr<const VLMSDKConfiguration>& configuration() const { return configuration_; }
 
+    /// This class's descriptor (see VLMSDKClass); the one a configuration lists to enable the kit.
     static const VLMSDKClass& classDescriptor();
     const VLMSDKClass& objectClass() const override;
 

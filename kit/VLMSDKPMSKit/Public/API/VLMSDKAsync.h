@@ -15,6 +15,7 @@
 #include <type_traits>
 #include <utility>
 
+/// \file
 /// The reservation operations as futures and as coroutines, for any of the eight operations of
 /// VLMSDKAPIManager+Reservation.h and their arguments, e.g.
 /// `VLMSDKFuture(fetchReservationWithID, api, id)` or `co_await VLMSDKAwait(fetchReservationWithID, api, id)`.
@@ -26,12 +27,17 @@
 template <class T>
 class VLMSDKResult {
 public:
+    /// Holds `error`, and `value` only when there is no error (`T{}` otherwise).
     VLMSDKResult(T value, VLMErrorPtr error) : value_(error ? T{} : std::move(value)), error_(std::move(error)) {}
 
     /// True when the operation succeeded.
     explicit operator bool() const noexcept { return !error_; }
+    /// The record (mobile check-out: the success flag); `T{}` on an error.
+    ///@{
     const T& value() const& noexcept { return value_; }
     T&& value() && noexcept { return std::move(value_); }
+    ///@}
+    /// The error, or nullptr when the operation succeeded.
     const VLMErrorPtr& error() const noexcept { return error_; }
 
 private:
@@ -101,13 +107,21 @@ template <class Operation, class... Args>
 template <class T>
 class VLMSDKAwaitable {
 public:
+    /// The operation's completion, which the awaitable hands to `start`.
     using Completion = std::function<void(T, VLMErrorPtr)>;
 
+    /// An awaitable that calls `start` with its completion when it is awaited, not before.
     explicit VLMSDKAwaitable(std::function<void(Completion)> start) : start_(std::move(start)) {}
+    /// Movable, so that VLMSDKAwait can return it; never copied.
+    ///@{
     VLMSDKAwaitable(VLMSDKAwaitable&&) noexcept = default;
     VLMSDKAwaitable(const VLMSDKAwaitable&) = delete;  // one operation, awaited once
     VLMSDKAwaitable& operator=(const VLMSDKAwaitable&) = delete;
+    ///@}
 
+    /// What `co_await` calls: never ready before it starts; suspending starts the operation (and goes on at
+    /// once when its outcome is already there on the main thread); resuming gives the result.
+    ///@{
     bool await_ready() const noexcept { return false; }
 
     bool await_suspend(std::coroutine_handle<> handle) {
@@ -126,6 +140,7 @@ public:
     }
 
     VLMSDKResult<T> await_resume() { return std::move(*state_->result); }
+    ///@}
 
 private:
     // Shared with the completion, which may outlive the coroutine's frame.
@@ -153,11 +168,16 @@ template <class Operation, class... Args>
 /// calling thread (eager), nothing waits for it or can stop it (detached), and its frame is freed when it
 /// ends. An exception escaping it ends the program, so catch inside.
 struct VLMSDKTask {
+    /// What the compiler asks of a coroutine returning VLMSDKTask.
     struct promise_type {
+        /// Runs without suspending at its start or its end (its frame is then freed); an escaping exception
+        /// calls std::terminate.
+        ///@{
         VLMSDKTask get_return_object() noexcept { return {}; }
         std::suspend_never initial_suspend() noexcept { return {}; }
         std::suspend_never final_suspend() noexcept { return {}; }
         void return_void() noexcept {}
         void unhandled_exception() noexcept { std::terminate(); }
+        ///@}
     };
 };

@@ -17,20 +17,30 @@ class VLMSDKFolio : public VLMSDKRootObject {
 public:
     VLMSDKFolio() = default;
 
+    /// The folio's identifier in the hotel's system.
+    ///@{
     const std::optional<std::string>& folioID() const { return folioID_; }
     void setFolioID(std::optional<std::string> folioID) { folioID_ = std::move(folioID); }
+    ///@}
     /// Amount still open on the folio.
+    ///@{
     const std::optional<double>& outstandingAmount() const { return outstandingAmount_; }
     void setOutstandingAmount(std::optional<double> amount) { outstandingAmount_ = amount; }
+    ///@}
     /// Currency code of the folio.
+    ///@{
     const std::optional<std::string>& paymentCurrency() const { return paymentCurrency_; }
     void setPaymentCurrency(std::optional<std::string> currency) { paymentCurrency_ = std::move(currency); }
+    ///@}
     /// The postings, in reply order.
+    ///@{
     const std::vector<std::shared_ptr<VLMSDKFolioDeliverableItem>>& deliverables() const { return deliverables_; }
     void setDeliverables(std::vector<std::shared_ptr<VLMSDKFolioDeliverableItem>> deliverables) {
         deliverables_ = std::move(deliverables);
     }
+    ///@}
 
+    /// This class's descriptor (see VLMSDKClass).
     static const VLMSDKClass& classDescriptor();
     const VLMSDKClass& objectClass() const override;
 

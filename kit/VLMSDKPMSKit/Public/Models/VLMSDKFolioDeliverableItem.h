@@ -15,17 +15,28 @@ class VLMSDKFolioDeliverableItem : public VLMSDKRootObject {
 public:
     VLMSDKFolioDeliverableItem();
 
+    /// The posting's name, as the hotel's system shows it.
+    ///@{
     const std::optional<std::string>& name() const { return name_; }
     void setName(std::optional<std::string> name) { name_ = std::move(name); }
+    ///@}
+    /// The posting's code in the hotel's system.
+    ///@{
     const std::optional<std::string>& code() const { return code_; }
     void setCode(std::optional<std::string> code) { code_ = std::move(code); }
+    ///@}
     /// Currency code of the price.
+    ///@{
     const std::optional<std::string>& currency() const { return currency_; }
     void setCurrency(std::optional<std::string> currency) { currency_ = std::move(currency); }
+    ///@}
     /// The posting's amount; negative for a credit.
+    ///@{
     const std::optional<double>& price() const { return price_; }
     void setPrice(std::optional<double> price) { price_ = price; }
+    ///@}
 
+    /// This class's descriptor (see VLMSDKClass).
     static const VLMSDKClass& classDescriptor();
     const VLMSDKClass& objectClass() const override;
 

@@ -22,14 +22,23 @@ class VLMSDKReservationGuest : public VLMSDKRootObject, public VLMSDKCoding {
 public:
     VLMSDKReservationGuest() = default;
 
+    /// The guest's first name.
+    ///@{
     const std::optional<std::string>& firstName() const { return firstName_; }
     void setFirstName(std::optional<std::string> firstName) { firstName_ = std::move(firstName); }
+    ///@}
+    /// The guest's last name.
+    ///@{
     const std::optional<std::string>& lastName() const { return lastName_; }
     void setLastName(std::optional<std::string> lastName) { lastName_ = std::move(lastName); }
+    ///@}
     /// The guest's profile code in the hotel's system.
+    ///@{
     const std::optional<std::string>& profileCode() const { return profileCode_; }
     void setProfileCode(std::optional<std::string> profileCode) { profileCode_ = std::move(profileCode); }
+    ///@}
 
+    /// This class's descriptor (see VLMSDKClass).
     static const VLMSDKClass& classDescriptor();
     const VLMSDKClass& objectClass() const override;
 

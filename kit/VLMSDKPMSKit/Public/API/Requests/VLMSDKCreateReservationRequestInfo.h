@@ -12,14 +12,20 @@
 class VLMSDKCreateReservationRequestInfo : public VLMSDKRequestInfo {
 public:
     /// The booking confirmation number in the hotel's system ("confirmation_id").
+    ///@{
     const std::optional<std::string>& externalReservationID() const { return externalReservationID_; }
     void setExternalReservationID(std::optional<std::string> value) { externalReservationID_ = std::move(value); }
+    ///@}
     /// The venue's platform identifier ("venue_id").
+    ///@{
     const std::optional<std::string>& venueVelmoraID() const { return venueVelmoraID_; }
     void setVenueVelmoraID(std::optional<std::string> value) { venueVelmoraID_ = std::move(value); }
+    ///@}
     /// The last name of whoever made the booking ("last_name").
+    ///@{
     const std::optional<std::string>& reservationistLastName() const { return reservationistLastName_; }
     void setReservationistLastName(std::optional<std::string> value) { reservationistLastName_ = std::move(value); }
+    ///@}
 
     /// {"last_name", "confirmation_id", "venue_id"}, keys from VLMSDKReservationJSONKeyes; absent values left out.
     VLMSDKJSON JSONRepresentation() const override;
@@ -33,6 +39,7 @@ public:
     /// The sum of the three strings' hashes, an absent string counting 0.
     std::size_t hash() const;
 
+    /// Equality by value, as `isEqual`.
     friend bool operator==(const VLMSDKCreateReservationRequestInfo& a, const VLMSDKCreateReservationRequestInfo& b) {
         return a.isEqual(&b);
     }
@@ -43,7 +50,9 @@ private:
     std::optional<std::string> reservationistLastName_;
 };
 
+/// Hashes a create request by value, so that it can key an unordered container.
 template <>
 struct std::hash<VLMSDKCreateReservationRequestInfo> {
+    /// `request.hash()`.
     std::size_t operator()(const VLMSDKCreateReservationRequestInfo& request) const { return request.hash(); }
 };

@@ -9,14 +9,26 @@
 /// path, the rest into its body.
 class VLMSDKPayForReservationRequestInfo : public VLMSDKRequestInfo {
 public:
+    /// The reservation paid for; it goes into the path, not the body.
+    ///@{
     const std::optional<std::string>& reservationID() const { return reservationID_; }
     void setReservationID(std::optional<std::string> value) { reservationID_ = std::move(value); }
+    ///@}
+    /// The amount to pay, in `currencyCode` ("amount").
+    ///@{
     const std::optional<double>& amount() const { return amount_; }
     void setAmount(std::optional<double> value) { amount_ = value; }
+    ///@}
+    /// The currency code of the amount ("currency").
+    ///@{
     const std::optional<std::string>& currencyCode() const { return currencyCode_; }
     void setCurrencyCode(std::optional<std::string> value) { currencyCode_ = std::move(value); }
+    ///@}
+    /// The guest's stored card to charge ("credit_card_id").
+    ///@{
     const std::optional<std::string>& creditCardID() const { return creditCardID_; }
     void setCreditCardID(std::optional<std::string> value) { creditCardID_ = std::move(value); }
+    ///@}
 
     /// {"credit_card_id", "amount", "currency"}; the amount as the number it is. No reservation member.
     VLMSDKJSON JSONRepresentation() const override;

@@ -16,7 +16,10 @@ public:
     virtual bool isValid(VLMErrorPtr* error) const = 0;
 
 protected:
+    /// Made and copied only as a derived description, so that none is sliced through this base.
+    ///@{
     VLMSDKRequestInfo() = default;
     VLMSDKRequestInfo(const VLMSDKRequestInfo&) = default;
     VLMSDKRequestInfo& operator=(const VLMSDKRequestInfo&) = default;
+    ///@}
 };

@@ -18,13 +18,20 @@ public:
     static std::shared_ptr<VLMSDKPayForReservationResult> initWithTransaction(
         std::shared_ptr<VLMSDKPaymentTransaction> transaction, std::shared_ptr<VLMSDKReservation> reservation);
 
+    /// The payment's transaction (the reply's "transaction"), or nullptr.
+    ///@{
     const std::shared_ptr<VLMSDKPaymentTransaction>& paymentTransaction() const { return paymentTransaction_; }
     void setPaymentTransaction(std::shared_ptr<VLMSDKPaymentTransaction> transaction) {
         paymentTransaction_ = std::move(transaction);
     }
+    ///@}
+    /// The reservation after the payment (the reply's "reservation"), or nullptr.
+    ///@{
     const std::shared_ptr<VLMSDKReservation>& reservation() const { return reservation_; }
     void setReservation(std::shared_ptr<VLMSDKReservation> reservation) { reservation_ = std::move(reservation); }
+    ///@}
 
+    /// This class's descriptor (see VLMSDKClass).
     static const VLMSDKClass& classDescriptor();
     const VLMSDKClass& objectClass() const override;
 
