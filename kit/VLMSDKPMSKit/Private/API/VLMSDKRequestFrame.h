@@ -139,7 +139,7 @@ public:
                      std::shared_ptr<const VLMSDKReplyExpectation> expected = nullptr,
                      const char* routeFormat = nullptr) {
         const auto& builder = manager.requestBuilder();
-        VLMSDKRequestControl control = manager.requestControl();
+        const VLMSDKRequestControl& control = manager.requestControl();
         std::shared_ptr<const VLMSDKRequest> request;
         switch (operation.method) {
         case Method::GET: request = builder->GETWithPath(path, parameters); break;
@@ -147,20 +147,19 @@ public:
         case Method::PATCH: request = builder->PATCHWithPath(path, parameters); break;
         }
         // Only with an observer or a trace context: otherwise an operation pays nothing for telemetry.
+        std::shared_ptr<const VLMSDKOperationTelemetry> telemetry;
         if (manager.telemetryObserver() || manager.traceContext()) [[unlikely]] {
-            control.telemetry = VLMSDKOperationTelemetry::start(
-                operation.name, methodName(operation.method),
-                pathWithIdentifier(routeFormat ? routeFormat : path.c_str(), "{id}"), manager.traceContext(),
-                manager.telemetryObserver());
-            if (request && control.telemetry->span)
-                request = request->withHeader("traceparent", control.telemetry->span->traceparent());
-            control.telemetry->reportStarted();
+            telemetry = VLMSDKOperationTelemetry::start(operation.name, methodName(operation.method),
+                                                        pathWithIdentifier(routeFormat ? routeFormat : path.c_str(), "{id}"),
+                                                        manager.traceContext(), manager.telemetryObserver());
+            if (request && telemetry->span) request = request->withHeader("traceparent", telemetry->span->traceparent());
+            telemetry->reportStarted();
         }
         // What the reply must name, and the request it answers (for the words of a mismatch): looked at here
         // only when the request manager does not look itself.
         Expected expectedReply;
         if (expected && !manager.requestManager()->checksExpectedReplies()) expectedReply = {expected, request};
-        if (!control.cancellation && !control.handlerOffMainQueue && !control.telemetry) {
+        if (!control.cancellation && !control.handlerOffMainQueue && !telemetry) {
             // The manager calls this exactly once, so it may hand the completion on rather than copy it.
             auto handler = [operation = &operation, expectedReply = std::move(expectedReply),
                             completion = std::move(completion)](std::shared_ptr<const VLMSDKJSONReply> json,
@@ -178,9 +177,10 @@ public:
             manager.requestManager()->performControlledRequest(std::move(request), checked, std::move(handler));
             return;
         }
-        auto controlled = std::make_shared<const Controlled>(
-            Controlled{control, request ? request->method() + " " + request->redactedURL() : std::string("A request")});
         VLMSDKRequestControl checked = control;
+        checked.telemetry = std::move(telemetry);
+        auto controlled = std::make_shared<const Controlled>(
+            Controlled{checked, request ? request->method() + " " + request->redactedURL() : std::string("A request")});
         checked.expectedReply = std::move(expected);
         manager.requestManager()->performControlledRequest(
             std::move(request), checked,
