@@ -2,7 +2,8 @@
 
 /// \file
 /// Everything a host needs from the property-management kit: the kit entry, the eight reservation
-/// operations on the API manager with their request descriptions and their future and coroutine forms,
+/// operations on the API manager with their request descriptions and their future and coroutine forms, the
+/// outbox that does them once even offline,
 /// the records they deliver, the JSON key tables, and the core kit's main queue on which every completion
 /// runs.
 
@@ -18,6 +19,7 @@
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolioDeliverableItem.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservation.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservationGuest.h>
+#include <VLMSDKPMSKit/Public/Outbox/VLMSDKOutbox.h>
 #include <VLMSDKPMSKit/Public/VLMSDKPMS.h>
 
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>

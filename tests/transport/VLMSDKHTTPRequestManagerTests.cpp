@@ -884,6 +884,7 @@ TEST_P(TransportModeTest, TheRetryPolicySendsAgainOnlyWhatIsSafeToRepeat) {
                 std::lock_guard lock(mutex);
                 auto& keys = keysSeen[request.get_param_value("id")];
                 keys.push_back(request.get_header_value("Idempotency-Key"));
+                if (request.get_header_value_count("Idempotency-Key") > 1) keys.back() += " (twice)";
                 seen = keys.size();
             }
             if (seen <= std::stoul(request.get_param_value("fail"))) {
@@ -906,18 +907,21 @@ TEST_P(TransportModeTest, TheRetryPolicySendsAgainOnlyWhatIsSafeToRepeat) {
         int fail;
         const char* retryAfter;
         bool keys;
+        const char* ownKey;  // the request's own Idempotency-Key header, or nullptr
         bool refused;
         std::size_t serverHits;
         unsigned attempts;  // what the outcome reports
         bool succeeds;
     };
     const Row rows[] = {
-        {"GET after two 503s", "GET", 2, "0", false, false, 3, 3, true},
-        {"GET, attempts exhausted", "GET", 9, "0", false, false, 3, 3, false},
-        {"POST after a 503, no key: never again", "POST", 1, "0", false, false, 1, 1, false},
-        {"POST after a 503 with a key", "POST", 1, "0", true, false, 2, 2, true},
-        {"Retry-After beyond the cap", "GET", 1, "60", false, false, 1, 1, false},
-        {"POST refused: it never left", "POST", 0, "0", false, true, 0, 3, false},
+        {"GET after two 503s", "GET", 2, "0", false, nullptr, false, 3, 3, true},
+        {"GET, attempts exhausted", "GET", 9, "0", false, nullptr, false, 3, 3, false},
+        {"POST after a 503, no key: never again", "POST", 1, "0", false, nullptr, false, 1, 1, false},
+        {"POST after a 503 with a key", "POST", 1, "0", true, nullptr, false, 2, 2, true},
+        {"POST with its own key, keys off", "POST", 1, "0", false, "own-7", false, 2, 2, true},
+        {"POST with its own key, keys on: its own only", "POST", 1, "0", true, "own-8", false, 2, 2, true},
+        {"Retry-After beyond the cap", "GET", 1, "60", false, nullptr, false, 1, 1, false},
+        {"POST refused: it never left", "POST", 0, "0", false, nullptr, true, 0, 3, false},
     };
     for (std::size_t i = 0; i < std::size(rows); ++i) {
         const Row& row = rows[i];
@@ -935,7 +939,9 @@ TEST_P(TransportModeTest, TheRetryPolicySendsAgainOnlyWhatIsSafeToRepeat) {
         const std::string url =
             row.refused ? "http://127.0.0.1:" + std::to_string(closedPort) + query : server.url(query);
         ReplyRecorder recorder(1);
-        manager.performDataTaskRequest(makeRequest(row.method, url, {}, std::string("{}")), recorder.completion(0));
+        VLMSDKRequest::Headers headers;
+        if (row.ownKey) headers.emplace_back("Idempotency-Key", row.ownKey);
+        manager.performDataTaskRequest(makeRequest(row.method, url, headers, std::string("{}")), recorder.completion(0));
         ASSERT_TRUE(recorder.waitForCalls());
         VLMSDKMainQueue::runFor(20ms);
         recorder.expectEachCalledOnce();
@@ -957,7 +963,10 @@ TEST_P(TransportModeTest, TheRetryPolicySendsAgainOnlyWhatIsSafeToRepeat) {
         const auto& keys = keysSeen[std::to_string(i)];
         EXPECT_EQ(keys.size(), row.serverHits);
         for (const auto& key : keys) {
-            EXPECT_EQ(key.empty(), !row.keys);
+            EXPECT_EQ(key.empty(), !row.keys && !row.ownKey);
+            if (row.ownKey) {
+                EXPECT_EQ(key, row.ownKey);  // once, never beside the manager's
+            }
             EXPECT_EQ(key, keys.front());  // the same key on every attempt
         }
     }

@@ -69,7 +69,9 @@ void VLMSDKHTTPAttempt::take(VLMSDKHTTPPendingRequest&& pending,
     attempt_ = pending.attempt;
     request_ = std::move(pending.request);
     completion_ = std::move(pending.completion);
-    keyed_ = options_.retry.idempotencyKeys && request_->method() != "GET" && requestID_ != 0;
+    // A request that carries its own key (an outbox item's, made when it was stored) is keyed too.
+    ownKey_ = request_->headerValue("Idempotency-Key").has_value();
+    keyed_ = ownKey_ || (options_.retry.idempotencyKeys && request_->method() != "GET" && requestID_ != 0);
     authorizationRefreshed_ = pending.authorizationRefreshed;
     expectedReply_ = std::move(pending.expectedReply);
     authorization_ = std::move(pending.authorization);
@@ -105,7 +107,7 @@ bool VLMSDKHTTPAttempt::sendsBody() const {
 
 std::optional<std::string> VLMSDKHTTPAttempt::idempotencyKey() const {
     // The process's random prefix and the request's number.
-    if (!keyed_) return std::nullopt;
+    if (!keyed_ || ownKey_) return std::nullopt;
     return idempotencyPrefix() + std::to_string(requestID_);
 }
 
@@ -266,6 +268,7 @@ VLMSDKDataTaskCompletion VLMSDKHTTPAttempt::release() {
     requestID_ = 0;
     attempt_ = 1;
     keyed_ = false;
+    ownKey_ = false;
     carrier = nullptr;
     statusCode = 0;
     headers.clear();

@@ -72,13 +72,14 @@ public:
     const std::shared_ptr<const VLMSDKRequest>& sharedRequest() const { return request_; }
     std::uint64_t requestID() const { return requestID_; }
     unsigned attempt() const { return attempt_; }
-    /// Whether it carries an idempotency key (then it may be repeated like a GET).
+    /// Whether it carries an idempotency key, the manager's or its own (then it may be repeated like a GET).
     bool isKeyed() const { return keyed_; }
     /// A GET, or keyed: sending it again cannot do anything twice.
     bool isRepeatable() const;
     /// Whether the method sends a body (POST, PUT, PATCH; DELETE with one).
     bool sendsBody() const;
-    /// The Idempotency-Key value it carries, if any: the same on every attempt of one request.
+    /// The Idempotency-Key value the manager adds, if any: the same on every attempt of one request (none when
+    /// the request carries its own).
     std::optional<std::string> idempotencyKey() const;
     /// The Authorization value from the request's credentials ("Bearer ..."), or nullptr.
     const std::string* authorization() const { return authorization_.get(); }
@@ -131,6 +132,7 @@ private:
     std::uint64_t requestID_ = 0;
     unsigned attempt_ = 1;
     bool keyed_ = false;
+    bool ownKey_ = false;
     bool authorizationRefreshed_ = false;
     std::shared_ptr<const VLMSDKReplyExpectation> expectedReply_;
     std::shared_ptr<const std::string> authorization_;

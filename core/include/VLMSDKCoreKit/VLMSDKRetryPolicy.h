@@ -23,6 +23,7 @@ struct VLMSDKRetryPolicy {
     std::chrono::milliseconds maximumBackoff{std::chrono::seconds(10)};
     /// Every POST and PATCH carries an `Idempotency-Key` header, the same on each of its attempts, and is
     /// then retried like a GET: the service answers a repeated key with its first reply. Off by default: only a
-    /// service that honours keys may be sent a POST twice.
+    /// service that honours keys may be sent a POST twice. A request that carries its own `Idempotency-Key`
+    /// header (an outbox item's) is retried like a GET either way, under its own key only.
     bool idempotencyKeys = false;
 };
