@@ -34,9 +34,11 @@ public:
     /// status and, when the reply body held one ("error": {"message": ...} or "message"), the server's
     /// message, which then is also the error's user message.
     bool validate(VLMErrorPtr* error);
+    /// What `validate` would store (nullptr when the reply may be mapped), without its log line: for a caller
+    /// to whom a failed attempt is routine (the outbox sends the item again).
+    VLMErrorPtr failure() const;
 
 private:
-    VLMErrorPtr failure() const;
 
     std::shared_ptr<const VLMSDKURLResponse> response_;
     std::shared_ptr<const VLMSDKJSONReply> reply_;

@@ -143,6 +143,7 @@ public:
             else state_->changed.wait(lock, ready);
             if (state_->stopping) return;
             state_->woken = false;
+            state_->idle = false;  // until this pass has done what it took
             auto finished = std::move(state_->finished);
             auto acknowledgements = std::move(state_->acknowledgements);
             state_->finished.clear();
@@ -249,8 +250,9 @@ public:
         const VLMSDKOutboxRoute& route = VLMSDKOutboxRoute::of(item.operation);
         VLMSDKAPIManagerResponseValidator validator(attempt.response, attempt.json, attempt.error);
         if (!route.requiredKeys.empty()) validator.setRequiredJSONKeys(route.requiredKeys);
-        VLMErrorPtr error;
-        bool valid = validator.validate(&error);
+        // Checked without the validator's log line: a failed attempt here is routine, and its item goes again.
+        VLMErrorPtr error = validator.failure();
+        bool valid = error == nullptr;
         if (valid && attempt.json && route.replyNamesReservation && !sending_.requestManager()->checksExpectedReplies()) {
             const VLMSDKReplyExpectation expected{"reservation", "id", item.reservationID};
             if (expected.isContradictedBy(*attempt.json)) {
@@ -476,5 +478,7 @@ void VLMSDKOutbox::resume() {
 bool VLMSDKOutbox::waitUntilIdle(std::chrono::milliseconds timeout) const {
     auto& state = *impl_->state_;
     std::unique_lock lock(state.mutex);
-    return state.changed.wait_for(lock, timeout, [&] { return state.idle && !state.woken && state.finished.empty(); });
+    return state.changed.wait_for(lock, timeout, [&] {
+        return state.idle && !state.woken && state.finished.empty() && state.acknowledgements.empty();
+    });
 }
