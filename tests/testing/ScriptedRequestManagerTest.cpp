@@ -170,10 +170,10 @@ TEST_F(ScriptedRequestManagerTest, AnUnexpectedRequestGetsAnErrorAndAFailureList
     EXPECT_EQ(stray->error->code(), VLMErrorCode::Transport);
     ASSERT_EQ(reported().size(), 1u);
     const std::string message = reported().front();
-    for (const char* part : {"unexpected request GET guest/reservations/rsv_2, no body",
+    for (const char* said : {"unexpected request GET guest/reservations/rsv_2, no body",
                              "differs: it is not GET guest/reservations/rsv_1", "1. GET guest/reservations/rsv_1",
                              "2. POST guest/reservations/rsv_1/transactions, body including {\"amount\":\"61.00\"}"}) {
-        EXPECT_NE(message.find(part), std::string::npos) << part << "\n" << message;
+        EXPECT_NE(message.find(said), std::string::npos) << said << "\n" << message;
     }
 
     // The expectations stay: the requests that were meant still get their replies, and nothing is left.
@@ -225,7 +225,7 @@ TEST_F(ScriptedRequestManagerTest, BodyMatchersSayWhichBodiesAreMeantAndWhyOther
         VLMSDKScriptedRequest expected;
         std::shared_ptr<const VLMSDKRequest> request;
         bool matches;
-        const char* why;  // part of the reason, when it does not match
+        const char* why;  // words of the reason, when it does not match
     };
     const Row rows[] = {
         {"any body", {.method = "POST", .route = "route"}, post(paid), true, ""},
