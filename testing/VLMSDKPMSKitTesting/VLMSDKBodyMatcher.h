@@ -8,8 +8,9 @@
 /// Says whether a request's JSON body is the one a test expects, and how, for failure messages.
 ///
 /// The predicate sees the body parsed as JSON, or a null value for a request without a body; a body that is
-/// not JSON matches no matcher. It may run on any thread that hands a request to the scripted request
-/// manager, so it must not touch unguarded state; one that throws counts as not matching.
+/// not JSON matches no matcher. It runs on the thread that hands the request to the scripted request manager,
+/// under that manager's lock: it must not call the manager, nor touch unguarded state. One that throws counts
+/// as not matching.
 struct VLMSDKBodyMatcher {
     /// What the matcher wants, as the failure messages show it: "equal to {...}".
     std::string description{};
