@@ -1,5 +1,6 @@
 # Installs the libraries, their headers, a CMake package (find_package(VLMSDKPMSKit) giving VLMSDK::*
-# imported targets that bring their dependencies) and a pkg-config file.
+# imported targets that bring their dependencies) and a pkg-config file; and the Testing component
+# (find_package(VLMSDKPMSKit COMPONENTS Testing): VLMSDK::VLMSDKPMSKitTesting, vlmsdk-pmskit-testing.pc).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -34,3 +35,19 @@ file(RELATIVE_PATH VLMSDK_PC_RELATIVE_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig
 string(REGEX REPLACE "/$" "" VLMSDK_PC_RELATIVE_PREFIX "${VLMSDK_PC_RELATIVE_PREFIX}")
 configure_file(cmake/vlmsdk-pmskit.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vlmsdk-pmskit.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vlmsdk-pmskit.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The Testing component: the testing library in an export set of its own, so that the package finds it only
+# when it is asked for (and installed).
+if(TARGET VLMSDKPMSKitTesting)
+  set_target_properties(VLMSDKPMSKitTesting PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  install(TARGETS VLMSDKPMSKitTesting EXPORT VLMSDKPMSKitTestingTargets COMPONENT Testing
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(DIRECTORY testing/VLMSDKPMSKitTesting DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Testing
+    FILES_MATCHING PATTERN "*.h" PATTERN Private EXCLUDE)
+  install(EXPORT VLMSDKPMSKitTestingTargets NAMESPACE VLMSDK:: DESTINATION ${VLMSDK_CMAKE_DIR} COMPONENT Testing)
+  configure_file(cmake/vlmsdk-pmskit-testing.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vlmsdk-pmskit-testing.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vlmsdk-pmskit-testing.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT Testing)
+endif()

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Checks that every C++ block of README.md is a program of examples/, word for word; installs the kit into a
 # temporary prefix, builds examples/ against the installed package (CMake package and pkg-config file), the
-# Qt and Asio host programs included, and runs the programs against a pms-sandbox started on an ephemeral port.
+# Qt and Asio host programs included, and runs the programs against a pms-sandbox started on an ephemeral port;
+# builds the view model test against the Testing component (CMake and pkg-config) and runs it, as it is and with
+# a changed reply, which must fail.
 #   scripts/check-install.sh [BUILD_DIR]     default: build (configured as scripts/test.sh does if new)
 # JOBS sets the build parallelism (default: all cores). The build must not be a sanitizer build.
 set -euo pipefail
@@ -45,13 +47,24 @@ done
 if [ ! -f "$build/CMakeCache.txt" ]; then
   cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_COMPILE_WARNING_AS_ERROR=ON >/dev/null
 fi
-cmake --build "$build" -j"$jobs" --target VLMErrors VLMMeta VLMSDKCoreKit VLMSDKPaymentKit VLMSDKPMSKit pms-sandbox >/dev/null
+cmake --build "$build" -j"$jobs" --target VLMErrors VLMMeta VLMSDKCoreKit VLMSDKPaymentKit VLMSDKPMSKit VLMSDKPMSKitTesting \
+  pms-sandbox >/dev/null
 
 prefix="$work/prefix"
 say "installing into $prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
-say "building examples/ with find_package(VLMSDKPMSKit)"
+say "checking that find_package(VLMSDKPMSKit) refuses a component it does not have"
+mkdir -p "$work/component"
+printf '%s\n' 'cmake_minimum_required(VERSION 3.25)' 'project(ComponentCheck LANGUAGES CXX)' \
+  'find_package(VLMSDKPMSKit REQUIRED COMPONENTS Nonsense)' >"$work/component/CMakeLists.txt"
+if cmake -S "$work/component" -B "$work/component/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >"$work/component.log" 2>&1; then
+  fail "find_package(VLMSDKPMSKit COMPONENTS Nonsense) succeeded"
+fi
+grep -q 'no component "Nonsense"' "$work/component.log" ||
+  fail "find_package did not name the unknown component: $(cat "$work/component.log")"
+
+say "building examples/ with find_package(VLMSDKPMSKit COMPONENTS Testing)"
 cmake -S "$root/examples" -B "$work/example" -G Ninja -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$work/example" >/dev/null
 cmake_example="$work/example/host_example"
@@ -67,6 +80,28 @@ pc_flags="$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig:$prefix/share/pkgconfig" pkg-
 "${CXX:-c++}" "$root/examples/host_example.cpp" -o "$work/host_example_pc" $pc_flags ||
   fail "host_example does not build with: $pc_flags"
 pc_example="$work/host_example_pc"
+
+say "building examples/view_model_test.cpp with pkg-config vlmsdk-pmskit-testing"
+pc_testing_flags="$(PKG_CONFIG_PATH="$prefix/lib/pkgconfig:$prefix/share/pkgconfig" \
+  pkg-config --cflags --libs vlmsdk-pmskit-testing)" || fail "pkg-config does not know vlmsdk-pmskit-testing"
+# shellcheck disable=SC2086 # the flags are meant to split
+"${CXX:-c++}" "$root/examples/view_model_test.cpp" "$root/examples/StayViewModel.cpp" -o "$work/view_model_test_pc" \
+  $pc_testing_flags || fail "view_model_test does not build with: $pc_testing_flags"
+
+# The view model's test needs no service: its replies are scripted. With --changed-reply its script no longer
+# fits the view model, so it must fail and say what it expected.
+for program in "$work/example/view_model_test" "$work/view_model_test_pc"; do
+  say "running $(basename "$program")"
+  out="$("$program" 2>&1)" || fail "$program exited $?: $out"
+  while IFS= read -r line; do echo "  $line"; done <<<"$out"
+  grep -q '^view_model_test: all passed$' <<<"$out" || fail "$program did not say that every check passed"
+  if out="$("$program" --changed-reply 2>&1)"; then
+    fail "$program --changed-reply passed: $out"
+  fi
+  grep -q '1\. GET guest/reservations/rsv_0413' <<<"$out" ||
+    fail "$program --changed-reply did not list the expected request: $out"
+done
+say "view_model_test --changed-reply fails as it should, listing GET guest/reservations/rsv_0413"
 
 "$build/tools/pms-sandbox/pms-sandbox" --port 0 --in-memory >"$work/sandbox.log" 2>&1 &
 sandbox_pid=$!

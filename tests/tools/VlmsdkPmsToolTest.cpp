@@ -6,12 +6,20 @@
 
 #include <pmssandbox/SandboxServer.h>
 
+#include <VLMSDKCoreKit/VLMSDKMainQueue.h>
+#include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
+#include <VLMSDKPMSKit/VLMSDKPMSKit.h>
+#include <VLMSDKPMSKitTesting/VLMSDKFixture.h>
+#include <VLMSDKPMSKitTesting/VLMSDKScriptedRequestManager.h>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -341,6 +349,59 @@ TEST_P(VlmsdkPmsToolTest, VerboseShowsTheWireWithoutSecrets) {
         EXPECT_EQ(everything.find(secret), std::string::npos) << secret;
     }
     EXPECT_EQ(service.requestCount("POST", "guest/reservations/rsv_0003"), 2u);
+}
+
+// --record writes each exchange as a fixture the testing library loads, without the token or a card id, and a
+// recorded reply replays through the scripted request manager as the service gave it.
+TEST_P(VlmsdkPmsToolTest, RecordWritesFixturesTheTestingLibraryReplays) {
+    pmssandbox::SandboxServer service(serviceConfig());
+    ASSERT_TRUE(service.start()) << service.lastError();
+    const auto directory = std::filesystem::temp_directory_path() / ("vlmsdk-pms-record-" + std::to_string(getpid()));
+    std::filesystem::remove_all(directory);
+    struct Row {
+        Arguments command;
+        int exitStatus;
+        std::string file;
+        std::string route;
+        long status;
+    };
+    const Row rows[] = {
+        {{"fetch", "rsv_0003"}, 0, "001-GET-guest_reservations_rsv_0003.json", "guest/reservations/rsv_0003", 200},
+        {{"pay", "rsv_0003", "--card", "card_cassia_visa_0077", "--amount", "5"}, 0,
+         "002-POST-guest_reservations_rsv_0003_transactions.json", "guest/reservations/rsv_0003/transactions", 200},
+        {{"fetch", "rsv_nope"}, 1, "003-GET-guest_reservations_rsv_nope.json", "guest/reservations/rsv_nope", 404},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.file);
+        Arguments arguments{"--record", directory.string()};
+        arguments.insert(arguments.end(), row.command.begin(), row.command.end());
+        EXPECT_EQ(toolAt(service, arguments).exitStatus, row.exitStatus);
+        std::string error;
+        const auto fixture = VLMSDKFixture::load(directory / row.file, &error);
+        ASSERT_TRUE(fixture) << error;
+        ASSERT_TRUE(fixture->request);
+        EXPECT_EQ(fixture->request->method, row.command.front() == "pay" ? "POST" : "GET");
+        EXPECT_EQ(fixture->request->route, row.route);
+        EXPECT_EQ(fixture->reply.status, row.status);
+        std::ifstream in(directory / row.file);
+        const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        for (const char* secret : {kToken, "card_cassia_visa_0077", "Authorization"}) {
+            EXPECT_EQ(text.find(secret), std::string::npos) << secret << " in\n" << text;
+        }
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator()), 3);
+
+    auto requests = std::make_shared<VLMSDKScriptedRequestManager>();
+    std::string error;
+    ASSERT_TRUE(requests->expectFixture(directory / rows[0].file, &error)) << error;
+    std::shared_ptr<VLMSDKReservation> replayed;
+    fetchReservationWithID(VLMSDKAPIManager(std::make_shared<VLMSDKRequestBuilder>("https://pms.invalid/"), requests),
+                           std::string("rsv_0003"), [&](auto reservation, auto) { replayed = reservation; });
+    ASSERT_TRUE(requests->runUntilAnswered(std::chrono::seconds(60)));
+    ASSERT_NE(replayed, nullptr);
+    EXPECT_EQ(replayed->status(), VLMSDKReservationStatusInHouse);
+    EXPECT_TRUE(requests->verify());
+    std::filesystem::remove_all(directory);
 }
 
 TEST_P(VlmsdkPmsToolTest, ConfirmSaysWhetherNotificationWasAskedFor) {

@@ -5,6 +5,7 @@
 #include "PMSFailureExplainer.h"
 #include "PMSOperationRunner.h"
 #include "PMSOutputPrinter.h"
+#include "PMSRecorder.h"
 #include "PMSSandboxCommands.h"
 #include "PMSServiceConnection.h"
 #include "PMSSettings.h"
@@ -123,6 +124,11 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
         ->type_name("SECONDS")
         ->check(PMSUsage::rule(Kind::Seconds))
         ->capture_default_str();
+    std::string recordDirectory;
+    app.add_option("--record", recordDirectory,
+                   "Write each HTTP exchange of the operation into DIR as a fixture file the testing library loads "
+                   "(VLMSDKFixture), numbered after those there; no token, card ids hidden")
+        ->type_name("DIR");
     bool version = false;
     app.add_flag("--version", version, "Print the version and exit");
 
@@ -305,15 +311,38 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     if (sandboxCommands.selected()) return sandboxCommands.run(settings);
 
     std::string problem;
+    std::unique_ptr<PMSRecorder> recorder;
+    if (!recordDirectory.empty()) {
+        recorder = PMSRecorder::open(recordDirectory, &problem);
+        if (!recorder) {
+            err_ << "vlmsdk-pms: --record: " << problem << '\n';
+            return kUsageError;
+        }
+    }
     const PMSWireLog wireLog(err_, settings.verbosity);
-    std::unique_ptr<PMSServiceConnection> connection = PMSServiceConnection::open(settings, wireLog.observer(), &problem);
+    VLMSDKHTTPExchangeObserver observer = wireLog.observer();
+    if (recorder) {
+        observer = [logged = std::move(observer), recorded = recorder->observer()](const VLMSDKHTTPExchange& exchange) {
+            if (logged) logged(exchange);
+            recorded(exchange);
+        };
+    }
+    std::unique_ptr<PMSServiceConnection> connection = PMSServiceConnection::open(settings, std::move(observer), &problem);
     if (!connection) {
         err_ << "vlmsdk-pms: " << problem << '\n';
         return kServiceUnavailable;
     }
+    // Known only now for a local service; no request has gone out yet.
+    if (recorder) recorder->setBaseURL(connection->shownURL());
     if (!connection->notice().empty()) err_ << "vlmsdk-pms: " << connection->notice() << '\n';
     const PMSOperationRunner runner(connection->apiManager(), settings.timeout);
     const PMSOutputPrinter printer(out_, err_, settings.json);
     const PMSFailureExplainer explainer(runner, connection->shownURL());
-    return action(Session{runner, printer, explainer, *connection});
+    const int status = action(Session{runner, printer, explainer, *connection});
+    connection.reset();  // every exchange has been reported
+    if (recorder && !recorder->writeProblem().empty()) {
+        err_ << "vlmsdk-pms: --record: " << recorder->writeProblem() << '\n';
+        return status == kSucceeded ? kOperationFailed : status;
+    }
+    return status;
 }

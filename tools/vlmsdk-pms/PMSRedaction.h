@@ -2,6 +2,7 @@
 
 #include "PMSRecordJSON.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,4 +16,7 @@ public:
     /// Replaces, at any depth of `document`, each text value of a member whose name mentions a card
     /// ("credit_card_id", "creditCardID", "card") by cardID() of it.
     static void hideCards(PMSJSON& document);
+    /// `body` as a JSON document with hideCards() applied; nullopt when it is not JSON or is nested deeper than
+    /// the tool walks (64 levels), so that a hostile body cannot exhaust the stack.
+    static std::optional<PMSJSON> hiddenCardsDocument(const std::string& body);
 };

@@ -11,36 +11,11 @@
 
 namespace {
 
-// Deeper bodies are shown as text: hiding cards and printing walk the document recursively.
-constexpr int kMaximumDepth = 64;
-
-bool shallowEnough(const std::string& body) {
-    int depth = 0;
-    bool inString = false;
-    for (std::size_t at = 0; at < body.size(); ++at) {
-        const char c = body[at];
-        if (inString) {
-            if (c == '\\') ++at;
-            else if (c == '"') inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '{' || c == '[') {
-            if (++depth > kMaximumDepth) return false;
-        } else if (c == '}' || c == ']') {
-            --depth;
-        }
-    }
-    return true;
-}
-
-// A JSON body indented, with card ids hidden; anything else as it came. Escaped and cut either way.
+// A JSON body indented, with card ids hidden; anything else (too deep included) as it came. Escaped and cut
+// either way.
 std::vector<std::string> bodyLines(const std::string& body) {
-    if (shallowEnough(body)) {
-        PMSJSON document = PMSJSON::parse(body, nullptr, false);
-        if (!document.is_discarded()) {
-            PMSRedaction::hideCards(document);
-            return PMSShownText::lines(document.dump(2, ' ', false, PMSJSON::error_handler_t::replace));
-        }
+    if (const auto document = PMSRedaction::hiddenCardsDocument(body)) {
+        return PMSShownText::lines(document->dump(2, ' ', false, PMSJSON::error_handler_t::replace));
     }
     return PMSShownText::lines(body);
 }
