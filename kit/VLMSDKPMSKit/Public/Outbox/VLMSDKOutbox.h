@@ -52,12 +52,15 @@ public:
     /// file was moved.
     const std::string& recovery() const;
 
-    /// Writes an item and returns its id once it is on disk; nullopt and `error` when it was refused (bad input,
+    /// Confirms `reservationID`, as confirmReservationWithID does. Like every `enqueue...`: writes an item and
+    /// returns its id once it is on disk; nullopt and `error` when it was refused (bad input,
     /// a kind the options do not allow, the payment limit) or could not be written (disk full, read-only):
     /// then nothing of it was stored or sent.
     std::optional<std::int64_t> enqueueConfirm(const std::string& reservationID, bool notifyAboutMobileCheckinOpen,
                                                VLMErrorPtr* error);
+    /// Mobile check-in of `reservationID`.
     std::optional<std::int64_t> enqueueMobileCheckin(const std::string& reservationID, VLMErrorPtr* error);
+    /// Mobile check-out of `reservationID`.
     std::optional<std::int64_t> enqueueMobileCheckout(const std::string& reservationID, VLMErrorPtr* error);
     /// `amount` in `currency` on the stored card `cardID`.
     std::optional<std::int64_t> enqueuePay(const std::string& reservationID, const std::string& cardID, double amount,
@@ -87,6 +90,7 @@ public:
     void networkRestored();
     /// The app goes to the background: no new attempt starts until `resume` (those on the wire finish).
     void suspend();
+    /// The app is back in the foreground: sending goes on.
     void resume();
     /// Waits until nothing is pending or being sent, or `timeout` passed; true when idle. Never on the main
     /// thread while outcomes need it (the handler runs there): for tools and tests.

@@ -31,12 +31,12 @@ struct VLMSDKOutboxLimits {
 struct VLMSDKOutboxOptions {
     /// The SQLite file (created when absent). Required.
     std::string path;
-    VLMSDKOutboxLimits confirm;
-    VLMSDKOutboxLimits mobileCheckin;
-    VLMSDKOutboxLimits mobileCheckout;
+    VLMSDKOutboxLimits confirm;         ///< limits of confirm items
+    VLMSDKOutboxLimits mobileCheckin;   ///< limits of mobile check-in items
+    VLMSDKOutboxLimits mobileCheckout;  ///< limits of mobile check-out items
     /// Payments are off by default: a host opts in, with `maximumPendingPayment`.
     VLMSDKOutboxLimits pay{false, std::chrono::hours(24), 50};
-    VLMSDKOutboxLimits charge;
+    VLMSDKOutboxLimits charge;  ///< limits of charge items
     /// The most that may be pending in payments on one reservation (amounts added whatever their currency);
     /// a payment that would pass it is refused. Default 500.
     double maximumPendingPayment = 500;

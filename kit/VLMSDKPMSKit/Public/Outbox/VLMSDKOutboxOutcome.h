@@ -17,11 +17,11 @@
 /// One item of an outbox as `pending()` lists it. A plain value.
 struct VLMSDKOutboxItem {
     std::int64_t id = 0;                 ///< increasing in the order items were enqueued
-    VLMSDKOutboxOperation operation{};
-    std::string reservationID;
+    VLMSDKOutboxOperation operation{};   ///< what it does
+    std::string reservationID;           ///< the reservation it acts on
     VLMSDKJSON parameters;               ///< the request body (card ids included: do not log it as it is)
     std::string idempotencyKey;          ///< sent on every attempt
-    std::chrono::system_clock::time_point enqueuedAt;
+    std::chrono::system_clock::time_point enqueuedAt;  ///< when `enqueue...` stored it
     unsigned attempts = 0;               ///< attempts begun so far
     std::optional<std::chrono::system_clock::time_point> nextAttemptAt;  ///< set while it backs off
     std::string lastError;               ///< the last attempt's error, for lists; empty when none failed
@@ -36,8 +36,8 @@ struct VLMSDKOutboxOutcome {
         Expired,    ///< its turn came after the maximum age: never sent
         Cancelled,  ///< cancelled before any attempt: never sent
     };
-    VLMSDKOutboxItem item;
-    Kind kind = Kind::Failed;
+    VLMSDKOutboxItem item;      ///< the item as it ended
+    Kind kind = Kind::Failed;   ///< what became of it
     VLMSDKJSON reply;    ///< the service's reply body (Succeeded), else null
     VLMErrorPtr error;   ///< nullptr when Succeeded
     /// Handed over before, in an earlier process, without being acknowledged: the handler may have acted.
