@@ -198,6 +198,10 @@ Opening openExclusive(const std::string& path, sqlite3** out, std::string* why) 
     Statement wal(database, "PRAGMA journal_mode=WAL");
     if (wal.step() != SQLITE_ROW || wal.text(0) != "wal") return fail(Opening::Failed);
     run(database, "PRAGMA synchronous=FULL");
+    // A phone's flash is small: the log is folded into the database every 256 pages (1 MiB) and cut back to at
+    // most 1 MiB, so a drained outbox shrinks back to its database.
+    run(database, "PRAGMA wal_autocheckpoint=256");
+    run(database, "PRAGMA journal_size_limit=1048576");
     *out = database;
     return Opening::Opened;
 }
