@@ -21,8 +21,9 @@
 /// An item is written to the outbox's SQLite file (WAL, synchronous commits) with an idempotency key before
 /// `enqueue...` returns; a sender thread then sends it through the API manager's request manager, credentials
 /// and telemetry, the key on every attempt, so the service acts on it once however often it is sent. Items of
-/// one reservation go in the order they were enqueued (a check-out waits for an earlier charge); reservations do
-/// not wait for each other. While the network is down the sender backs off (the options' retry policy); the
+/// one reservation go in the order they were enqueued (a check-out waits for an earlier charge; one that ends
+/// failed does not hold back those after it); reservations do not wait for each other. The service's refusal
+/// (a 4xx other than 408, 425 and 429) ends an item; no answer, those three and a 5xx make it go again. While the network is down the sender backs off (the options' retry policy); the
 /// host says when the network comes back (`networkRestored`) and when the app is suspended and resumed.
 ///
 /// Each item ends with one outcome (the service's reply, or the error, "expired" or "cancelled"), kept in the
