@@ -3,7 +3,7 @@
 # temporary prefix, builds examples/ against the installed package (CMake package and pkg-config file), the
 # Qt and Asio host programs included, and runs the programs against a pms-sandbox started on an ephemeral port;
 # builds the view model test against the Testing component (CMake and pkg-config) and runs it, as it is and with
-# a changed reply, which must fail.
+# a changed reply, which must fail; runs the outbox example against a closed port, then against the pms-sandbox.
 #   scripts/check-install.sh [BUILD_DIR]     default: build (configured as scripts/test.sh does if new)
 # JOBS sets the build parallelism (default: all cores). The build must not be a sanitizer build.
 set -euo pipefail
@@ -154,4 +154,15 @@ trace="$(sed -n 's/^Trace \([0-9a-f]\{32\}\): .*/\1/p' <<<"$out")"
 grep -q 'guest/reservations/{id}/folio' "$spans" || fail "the spans do not name the folio's route template"
 if grep -q 'rsv_0003' "$spans"; then fail "a span holds the reservation's identifier"; fi
 [ "$(grep -c "trace $trace" "$work/sandbox.log")" = 2 ] || fail "the service's log does not name trace $trace twice"
+# The outbox: a check-out queued with no service to take it waits in the file; run again with the service there, it
+# is done. Last, since it checks rsv_0003 out.
+outbox="$work/outbox.db"
+out="$("$work/example/offline_checkout" "$outbox" http://127.0.0.1:9/ sandbox-token rsv_0003)" ||
+  fail "offline_checkout exited $? against a closed port: $out"
+while IFS= read -r line; do echo "  $line"; done <<<"$out"
+grep -qxF "Offline: item 1 waits in $outbox" <<<"$out" || fail "offline_checkout did not say that item 1 waits"
+out="$("$work/example/offline_checkout" "$outbox" "$url" sandbox-token rsv_0003)" ||
+  fail "offline_checkout exited $? against $url: $out"
+while IFS= read -r line; do echo "  $line"; done <<<"$out"
+grep -qxF 'Checked out rsv_0003 (item 1)' <<<"$out" || fail "offline_checkout did not check rsv_0003 out as item 1"
 say "OK"

@@ -51,6 +51,8 @@ protected:
         arguments.insert(arguments.begin(), {"--base-url", service.baseUrl(), "--token", kToken});
         return tool(arguments);
     }
+    // A file where the tool keeps its state by default, such as the outbox's.
+    std::filesystem::path stateFile(const std::string& name) const { return stateHome_ / "vlmsdk-pms" / name; }
 
 private:
     std::filesystem::path stateHome_ = [] {
@@ -179,9 +181,13 @@ TEST_P(VlmsdkPmsToolTest, BadArgumentsExitTwoWithOneLineAndSendNothing) {
         {{"sandbox", "fault", "add"}, "sandbox fault add: takes one of --status"},
         {{"-vv", "--json", "pay", "rsv_0003", "--card", "c1", "--amount", "nan"}, "pay --amount: wants"},
         {{"--transport", "h2", "fetch", "rsv_0003"}, "--transport: h2 not in {libcurl,http1}"},
+        {{"outbox", "cancel", "0"}, "outbox cancel ID: wants an item number"},
+        {{"--outbox", "", "outbox", "list"}, "--outbox: wants a file name"},
+        {{"--record", "/tmp", "checkin", "rsv_0003", "--queue"}, "--record: nothing is sent with --queue"},
     };
     // Every help ends its last line, so a shell prompt starts on a line of its own.
-    for (const Arguments& asked : {Arguments{"--help"}, Arguments{"fetch", "--help"}, Arguments{"sandbox", "fault", "--help"}}) {
+    for (const Arguments& asked : {Arguments{"--help"}, Arguments{"fetch", "--help"}, Arguments{"sandbox", "fault", "--help"},
+                                 Arguments{"outbox", "--help"}}) {
         SCOPED_TRACE(::testing::PrintToString(asked));
         const ToolRun help = tool(asked);
         EXPECT_EQ(help.exitStatus, 0);
@@ -497,6 +503,77 @@ TEST_P(VlmsdkPmsToolTest, SeparateCommandsShareTheBackgroundServiceUntilItStops)
     expectInOrder(tool({"sandbox", "stop"}).out, {"pms-sandbox stopped (pid "});
     EXPECT_EQ(tool({"sandbox", "status"}).exitStatus, 3);
     EXPECT_EQ(tool({"sandbox", "list"}).exitStatus, 3);
+}
+
+// Work queued with no service to take it waits in the outbox file; 'outbox send' to the service shows each outcome
+// as the direct subcommand would, once, and leaves the file empty; only a never-sent item can be cancelled; a file
+// another outbox holds is refused in one line, and a damaged one is moved aside, said once.
+TEST_P(VlmsdkPmsToolTest, QueuedWorkWaitsInTheOutboxUntilSendShowsEachOutcomeOnce) {
+    pmssandbox::SandboxServer service(serviceConfig());
+    ASSERT_TRUE(service.start()) << service.lastError();
+    pmssandbox::SandboxServer stopped(serviceConfig());
+    ASSERT_TRUE(stopped.start()) << stopped.lastError();
+    const std::string closed = stopped.baseUrl();
+    stopped.stop();
+    const Arguments live = {"--base-url", service.baseUrl(), "--token", kToken};
+    struct Row {
+        Arguments command;
+        int exitStatus;
+        std::vector<std::string> said;  // in order, in the output and then the errors
+    };
+    const Row rows[] = {
+        {{"checkin", "rsv_0005", "--queue"}, 0, {"Queued checkin for rsv_0005 as item 1.\n"}},
+        {{"charge", "rsv_0005", "itm_spa_pass:2", "--queue"}, 0, {"Queued charge for rsv_0005 as item 2.\n"}},
+        {{"pay", "rsv_0005", "--card", "card_elspeth_mc_4444", "--amount", "7.50", "--currency", "EUR", "--queue"}, 0,
+         {"Queued pay for rsv_0005 as item 3.\n"}},
+        {{"checkout", "--queue", "--", "rsv_0003"}, 0, {"Queued checkout for rsv_0003 as item 4.\n"}},
+        {{"outbox", "cancel", "4"}, 0, {"Cancelled item 4.\n"}},
+        {{"outbox", "cancel", "4"}, 1, {"vlmsdk-pms: outbox cancel failed: no item 4 in "}},
+        {{"pay", "rsv_0005", "--card", "c1", "--amount", "600", "--queue"}, 1, {"pay --queue failed: ", "limit of 500.00"}},
+        {{"outbox", "list"}, 0, {"3 items wait in ", "1     checkin", "2     charge", "itm_spa_pass:2", "3     pay",
+                                 "7.50 EUR, card ****4444"}},
+        {{"--base-url", closed, "outbox", "send"}, 3, {"3 items remain in ", "'vlmsdk-pms outbox send' will try again"}},
+        {{"outbox", "cancel", "1"}, 1, {"item 1 (checkin rsv_0005) was sent already"}},
+        {{"outbox", "send"}, 0, {"Item 1, checkin rsv_0005:\n", "Status:", "in house", "Item 2, charge rsv_0005:\n",
+                                 "Thermal spa day pass", "Item 3, pay rsv_0005:\n", "****4444",
+                                 "Sent: 3 succeeded, 0 failed.\n"}},
+        {{"outbox", "list"}, 0, {"No item waits in "}},
+    };
+    std::string everything;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(::testing::PrintToString(row.command));
+        Arguments arguments = row.command;
+        if (row.command.back() == "send" && row.command.front() == "outbox") arguments.insert(arguments.begin(), live.begin(), live.end());
+        const ToolRun run = tool(arguments);
+        EXPECT_EQ(run.exitStatus, row.exitStatus) << run.out << run.err;
+        expectInOrder(run.out + run.err, row.said);
+        everything += run.out + run.err;
+    }
+    EXPECT_EQ(everything.find("card_elspeth_mc_4444"), std::string::npos);
+    EXPECT_EQ(service.requestCount("POST", "guest/reservations/rsv_0005/charge"), 1u);
+    const nlohmann::json listed = parsedDocument(tool({"--json", "outbox", "list"}).out);
+    EXPECT_EQ(listed.at("pending"), nlohmann::json::array());
+    EXPECT_EQ(listed.at("outcomes"), nlohmann::json::array());
+
+    VLMSDKOutboxOptions options;
+    options.path = stateFile("outbox.db").string();
+    options.suspended = true;
+    auto holder = VLMSDKOutbox::open(VLMSDKAPIManager(std::make_shared<VLMSDKRequestBuilder>(closed),
+                                                      std::make_shared<VLMSDKScriptedRequestManager>()),
+                                     options, nullptr);
+    ASSERT_TRUE(holder);
+    for (const Arguments& command : {Arguments{"outbox", "send"}, Arguments{"checkin", "rsv_0005", "--queue"}}) {
+        const ToolRun run = toolAt(service, command);
+        EXPECT_EQ(run.exitStatus, 1);
+        expectOneLine(run.err);
+        expectInOrder(run.err, {"failed: The outbox file '" + options.path + "' is locked"});
+    }
+    holder.reset();
+    std::ofstream(options.path, std::ios::trunc) << "not an outbox";
+    const ToolRun damaged = tool({"outbox", "list"});
+    EXPECT_EQ(damaged.exitStatus, 0);
+    expectOneLine(damaged.err);
+    expectInOrder(damaged.err, {"was damaged or not an outbox's", "moved to '" + options.path + ".damaged-1'"});
 }
 
 std::string transportName(const ::testing::TestParamInfo<const char*>& info) {

@@ -102,6 +102,15 @@ std::optional<unsigned> PMSArgumentRules::retries(std::string_view text) {
     return count;
 }
 
+std::optional<std::int64_t> PMSArgumentRules::itemNumber(std::string_view text) {
+    std::int64_t number = 0;
+    const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (text.empty() || !isDigit(text[0]) || failed != std::errc() || end != text.data() + text.size() || number < 1) {
+        return std::nullopt;
+    }
+    return number;
+}
+
 std::string PMSArgumentRules::problem(Kind kind, std::string_view text) {
     switch (kind) {
     case Kind::Identifier:
@@ -132,6 +141,8 @@ std::string PMSArgumentRules::problem(Kind kind, std::string_view text) {
         if (PMSServiceURL::parse(std::string(text), &why)) return "";
         return "wants an http or https URL with a host, such as http://127.0.0.1:8787/; " + why;
     }
+    case Kind::ItemNumber:
+        return itemNumber(text) ? "" : "wants an item number as 'vlmsdk-pms outbox list' shows it, such as 3; not " + quoted(text);
     }
     return "";
 }

@@ -3,6 +3,7 @@
 #include "PMSChargeItem.h"
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +23,7 @@ public:
         Seconds,     ///< a duration in seconds, from 0.001 to kMaximumSeconds
         Retries,     ///< a whole number of retries, from 0 to kMaximumRetries
         ServiceURL,  ///< an http or https URL with a host (see PMSServiceURL)
+        ItemNumber,  ///< an outbox item's number: a whole number from 1
     };
 
     static constexpr int kMaximumQuantity = 999;
@@ -38,6 +40,7 @@ public:
     static std::optional<PMSChargeItem> item(std::string_view text);
     static std::optional<std::chrono::milliseconds> seconds(std::string_view text);
     static std::optional<unsigned> retries(std::string_view text);
+    static std::optional<std::int64_t> itemNumber(std::string_view text);
     static bool isIdentifier(std::string_view text);
     static bool isText(std::string_view text);
 };

@@ -3,6 +3,7 @@
 #include "PMSArgumentRules.h"
 #include "PMSDemo.h"
 #include "PMSFailureExplainer.h"
+#include "PMSOutboxCommands.h"
 #include "PMSOperationRunner.h"
 #include "PMSOutputPrinter.h"
 #include "PMSRecorder.h"
@@ -13,6 +14,7 @@
 #include "PMSWireLog.h"
 
 #include <VLMSDKCoreKit/VLMSDKConsoleLogger.h>
+#include <VLMSDKPMSKit/Public/Outbox/VLMSDKOutbox.h>
 
 #include <CLI/CLI.hpp>
 
@@ -62,7 +64,7 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
                  "when none runs, starts one in-process for this command only."};
     app.name("vlmsdk-pms");
     app.footer("Exit status: 0 done, 1 the operation failed, 2 usage error (nothing was sent), 3 the local service "
-               "did not start or does not run.");
+               "did not start or does not run, or (outbox send) items remain because the service did not take them.");
     app.fallthrough();
 
     PMSSettings settings;
@@ -120,7 +122,7 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     app.add_flag("--json", settings.json, "Print one JSON document instead of text");
     app.add_flag("-v,--verbose", settings.verbosity,
                  "Show each HTTP request on standard error (twice: with headers and bodies)");
-    app.add_option("--timeout", timeout, "Seconds one operation may take")
+    app.add_option("--timeout", timeout, "Seconds one operation (or a whole 'outbox send') may take")
         ->type_name("SECONDS")
         ->check(PMSUsage::rule(Kind::Seconds))
         ->capture_default_str();
@@ -129,6 +131,15 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
                    "Write each HTTP exchange of the operation into DIR as a fixture file the testing library loads "
                    "(VLMSDKFixture), numbered after those there; no token, card ids hidden")
         ->type_name("DIR");
+    std::string outboxFile;
+    CLI::Option* outboxOption =
+        app.add_option("--outbox", outboxFile,
+                       "The outbox file that --queue and 'outbox' use (default: outbox.db in the state directory)")
+            ->envname("VLMSDK_PMS_OUTBOX")
+            ->type_name("FILE")
+            ->check(CLI::Validator(
+                [](std::string& text) { return text.empty() ? std::string("wants a file name, not an empty value") : ""; },
+                ""));
     bool version = false;
     app.add_flag("--version", version, "Print the version and exit");
 
@@ -138,6 +149,14 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
         command->add_option("ID", reservationID, "The reservation's platform identifier")
             ->required()
             ->check(PMSUsage::rule(Kind::Identifier));
+    };
+    // With --queue, `enqueue` stores the operation in the outbox instead of `action` sending it.
+    bool queue = false;
+    PMSOutboxCommands::Enqueue enqueue;
+    auto addQueue = [&queue](CLI::App* command) {
+        command->add_flag("--queue", queue,
+                          "Store it in the outbox instead of sending it, even with the service away; "
+                          "'vlmsdk-pms outbox send' sends it");
     };
 
     CLI::App* create = app.add_subcommand("create", "Create the reservation on the platform from a hotel booking");
@@ -174,7 +193,11 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     bool notify = true;
     confirm->add_flag("--notify,!--no-notify", notify,
                       "Ask (or not) to be told when mobile check-in opens (default: --notify)");
+    addQueue(confirm);
     confirm->callback([&] {
+        enqueue = [&](VLMSDKOutbox& outbox, VLMErrorPtr* error) {
+            return outbox.enqueueConfirm(reservationID, notify, error);
+        };
         action = [&](const Session& session) {
             return report(session, "confirm", reservationID, session.runner.confirmReservation(reservationID, notify),
                           [&](const auto& reservation) { session.printer.printConfirmation(*reservation, notify); });
@@ -183,7 +206,9 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
 
     CLI::App* checkin = app.add_subcommand("checkin", "Perform mobile check-in");
     addID(checkin);
+    addQueue(checkin);
     checkin->callback([&] {
+        enqueue = [&](VLMSDKOutbox& outbox, VLMErrorPtr* error) { return outbox.enqueueMobileCheckin(reservationID, error); };
         action = [&](const Session& session) {
             return report(session, "checkin", reservationID, session.runner.checkin(reservationID),
                           [&](const auto& reservation) { session.printer.printReservation(*reservation); });
@@ -192,7 +217,9 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
 
     CLI::App* checkout = app.add_subcommand("checkout", "Perform mobile check-out");
     addID(checkout);
+    addQueue(checkout);
     checkout->callback([&] {
+        enqueue = [&](VLMSDKOutbox& outbox, VLMErrorPtr* error) { return outbox.enqueueMobileCheckout(reservationID, error); };
         action = [&](const Session& session) {
             return report(session, "checkout", reservationID, session.runner.checkout(reservationID),
                           [&](bool success) { session.printer.printCheckout(reservationID, success); });
@@ -213,7 +240,12 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
         ->type_name("CODE")
         ->check(PMSUsage::rule(Kind::Currency))
         ->capture_default_str();
+    addQueue(pay);
     pay->callback([&] {
+        enqueue = [&](VLMSDKOutbox& outbox, VLMErrorPtr* error) {
+            return outbox.enqueuePay(reservationID, card, *PMSArgumentRules::amount(amount),
+                                     *PMSArgumentRules::currency(currency), error);
+        };
         action = [&](const Session& session) {
             const auto result = session.runner.pay(reservationID, card, *PMSArgumentRules::amount(amount),
                                                    *PMSArgumentRules::currency(currency));
@@ -238,7 +270,13 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
         ->required()
         ->type_name("ITEM[:QTY]")
         ->check(PMSUsage::rule(Kind::Item));
+    addQueue(charge);
     charge->callback([&] {
+        enqueue = [&](VLMSDKOutbox& outbox, VLMErrorPtr* error) {
+            std::vector<std::pair<std::string, long>> charged;
+            for (const PMSChargeItem& item : items(itemTexts)) charged.emplace_back(item.itemID, item.quantity);
+            return outbox.enqueueCharge(reservationID, charged, error);
+        };
         action = [&](const Session& session) {
             return report(session, "charge", reservationID, session.runner.charge(reservationID, items(itemTexts)),
                           [&](const auto& bill) { session.printer.printFolio(*bill); });
@@ -272,6 +310,7 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     });
 
     PMSSandboxCommands sandboxCommands(app, out_, err_);
+    PMSOutboxCommands outboxCommands(app, out_, err_);
     // Set last, so that no subcommand inherits it: a word no subcommand takes is reported below by name.
     app.allow_extras();
 
@@ -306,9 +345,23 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
     settings.retries = *PMSArgumentRules::retries(retries);
     settings.tokenLifetime = std::chrono::ceil<std::chrono::seconds>(*PMSArgumentRules::seconds(tokenLifetime));
     if (keys != "auto") settings.idempotencyKeys = keys == "on";
+    if (outboxOption->count() > 0 || !outboxFile.empty()) settings.outboxFile = outboxFile;
     // The tool reports every failure itself, once; -v shows the wire instead of the SDK's log lines.
     VLMSDKConsoleLogger::sharedLogger().setMaximumLevel(0);
     if (sandboxCommands.selected()) return sandboxCommands.run(settings);
+    if (outboxCommands.selected() && !outboxCommands.sendSelected()) return outboxCommands.run(settings);
+    if (queue) {
+        if (!recordDirectory.empty()) {
+            err_ << "vlmsdk-pms: --record: nothing is sent with --queue, so there is nothing to record\n";
+            return kUsageError;
+        }
+        return outboxCommands.enqueue(settings, app.get_subcommands().front()->get_name(), reservationID, enqueue);
+    }
+    if (outboxCommands.sendSelected()) {
+        action = [&](const Session& session) {
+            return outboxCommands.send(settings, session.connection, session.printer, session.explainer);
+        };
+    }
 
     std::string problem;
     std::unique_ptr<PMSRecorder> recorder;
@@ -327,8 +380,11 @@ int PMSCommandLine::run(int argc, const char* const* argv) {
             recorded(exchange);
         };
     }
-    std::unique_ptr<PMSServiceConnection> connection = PMSServiceConnection::open(settings, std::move(observer), &problem);
+    // Work kept for later is not sent to a service that ends with this command.
+    std::unique_ptr<PMSServiceConnection> connection =
+        PMSServiceConnection::open(settings, std::move(observer), &problem, !outboxCommands.sendSelected());
     if (!connection) {
+        if (outboxCommands.sendSelected()) return outboxCommands.sendWithoutService(settings, problem);
         err_ << "vlmsdk-pms: " << problem << '\n';
         return kServiceUnavailable;
     }

@@ -18,7 +18,7 @@ PMSFailure::PMSFailure(std::string operation, VLMErrorPtr error, std::string hin
     : operation_(std::move(operation)), error_(std::move(error)), hint_(std::move(hint)),
       reservationID_(std::move(reservationID)), reservationStatus_(std::move(reservationStatus)) {}
 
-std::string PMSFailure::line() const {
+std::string PMSFailure::cause() const {
     std::string cause;
     if (error_->code() == VLMErrorCode::HTTPStatus && error_->httpStatusCode()) {
         cause = "HTTP " + std::to_string(*error_->httpStatusCode());
@@ -29,7 +29,11 @@ std::string PMSFailure::line() const {
         cause = PMSShownText::line(error_->developerMessage());
     }
     if (cause.empty() || cause.back() != '.') cause += '.';
-    std::string text = "vlmsdk-pms: " + operation_ + " failed: " + cause + (hint_.empty() ? "" : " " + hint_);
+    return cause;
+}
+
+std::string PMSFailure::line() const {
+    std::string text = "vlmsdk-pms: " + operation_ + " failed: " + cause() + (hint_.empty() ? "" : " " + hint_);
     // What the service's team asks for first; its text is the service's, so shown escaped and cut.
     if (error_->requestID()) text += " (request id " + PMSShownText::line(*error_->requestID()) + ")";
     return text;

@@ -23,6 +23,8 @@ public:
     /// req_1)", the request id when the reply had one. Text that came from the server is escaped and cut
     /// (PMSShownText).
     std::string line() const;
+    /// What line() says failed, ending with a period: "HTTP 409: <server message>." or the error's message.
+    std::string cause() const;
     /// {"error": {"operation", "code", "message", "httpStatus", "serverMessage", "requestID", "hint",
     /// "reservationID", "reservationStatus"}}, absent parts null, texts cut as in line().
     PMSJSON document() const;

@@ -26,7 +26,7 @@ void enableKit() {
 
 std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettings& settings,
                                                                  VLMSDKHTTPExchangeObserver observer,
-                                                                 std::string* error) {
+                                                                 std::string* error, bool startEmbedded) {
     std::unique_ptr<PMSServiceConnection> connection(new PMSServiceConnection());
     std::optional<std::string> token = settings.token;
     if (settings.baseURL) {
@@ -35,6 +35,12 @@ std::unique_ptr<PMSServiceConnection> PMSServiceConnection::open(const PMSSettin
         connection->service_ = Service::Background;
         connection->baseURL_ = background->url;
         if (!token) token = background->token;
+    } else if (!startEmbedded) {
+        if (error) {
+            *error = "no service to send to: no --base-url (or VLMSDK_PMS_BASE_URL) was given and no background "
+                     "pms-sandbox is running (start one with: vlmsdk-pms sandbox start)";
+        }
+        return nullptr;
     } else {
         connection->service_ = Service::Embedded;
         connection->notice_ = "no background pms-sandbox is running, so this command has one of its own, whose "

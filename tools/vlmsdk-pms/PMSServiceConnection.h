@@ -26,9 +26,11 @@ public:
 
     /// Enables the kit, starts the local service when `settings` names no base URL, and sets up the
     /// API manager with the real HTTP transport, which tells `observer` of every exchange. nullptr, with the
-    /// reason in `error`, when the local service cannot start.
+    /// reason in `error`, when the local service cannot start, or when none runs and `startEmbedded` is false
+    /// (work that must outlive the command goes to no service that ends with it).
     static std::unique_ptr<PMSServiceConnection> open(const PMSSettings& settings,
-                                                      VLMSDKHTTPExchangeObserver observer, std::string* error);
+                                                      VLMSDKHTTPExchangeObserver observer, std::string* error,
+                                                      bool startEmbedded = true);
 
     /// Stops and drops the transport (no reply handler runs afterwards), then stops the local service.
     ~PMSServiceConnection();

@@ -32,4 +32,6 @@ struct PMSSettings {
     std::chrono::seconds tokenLifetime{3600};
     /// How long one operation may take before the tool gives up on it.
     std::chrono::milliseconds timeout{std::chrono::seconds(30)};
+    /// The outbox file (--outbox, VLMSDK_PMS_OUTBOX); absent: outbox.db in the state directory (see PMSOutboxFile).
+    std::optional<std::string> outboxFile;
 };

@@ -210,6 +210,26 @@ TEST_F(Outbox, OnlyAnItemNoAttemptBeganCanBeCancelledAndItEndsCancelled) {
     EXPECT_EQ(requests->requestCount(), 1u);  // the cancelled charge never went
 }
 
+// Opened suspended, it sends nothing the file holds, though its sender ran a whole pass (the waiting outcome came),
+// until resumed.
+TEST_F(Outbox, OpenedSuspendedItSendsNothingUntilResumed) {
+    auto earlier = VLMSDKOutbox::open(VLMSDKAPIManager(builder, requests), options, nullptr);
+    ASSERT_TRUE(earlier);
+    earlier->suspend();
+    const auto cancelled = earlier->enqueueCharge("rsv_c", {{"water", 1}}, nullptr);
+    const auto first = earlier->enqueueMobileCheckin("rsv_a", nullptr);
+    const auto second = earlier->enqueueMobileCheckin("rsv_b", nullptr);
+    ASSERT_TRUE(cancelled && first && second && earlier->cancel(*cancelled));
+    earlier.reset();
+    options.suspended = true;
+    outbox = open();
+    ASSERT_TRUE(delivered(1));
+    EXPECT_TRUE(outbox->cancel(*first));  // no attempt began
+    outbox->resume();
+    ASSERT_TRUE(sent(1));
+    EXPECT_EQ(pathOf(0), "guest/reservations/rsv_b/mobile_checkin");
+}
+
 TEST_F(Outbox, TheFileIsHeldByOneOutboxAndWhatItHeldOutlivesIt) {
     outbox = open();
     ASSERT_TRUE(outbox);

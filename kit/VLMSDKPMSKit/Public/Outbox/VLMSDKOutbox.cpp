@@ -80,6 +80,7 @@ public:
           recovery_(std::move(recovery)), cancellation_(VLMSDKCancellation::make()),
           sending_(manager_.withCancellation(cancellation_).withHandlerOffMainQueue()),
           random_(std::random_device{}()) {
+        state_->suspended = options_.suspended;  // before the first pass, which sends what the file holds
         thread_ = std::thread([this] { run(); });
     }
 

@@ -46,4 +46,8 @@ struct VLMSDKOutboxOptions {
     VLMSDKRetryPolicy retry{0, std::chrono::seconds(1), std::chrono::minutes(5), true};
     /// Items sent at once (over different reservations). Default 4.
     unsigned maximumInFlight = 4;
+    /// Opened as after `VLMSDKOutbox::suspend()`: no attempt starts until `resume()`. For a host opened in the
+    /// background, or a process that only reads the file or adds to it: a `suspend()` called after `open` comes
+    /// too late to keep items left by an earlier process from being sent. Default false.
+    bool suspended = false;
 };
