@@ -114,9 +114,11 @@ TEST_F(Outbox, ItemsOfAReservationGoInOrderOthersDoNotWaitAndEveryAttemptCarries
     EXPECT_EQ(byOperation[VLMSDKOutboxOperation::Charge]->item.attempts, 2u);
     ASSERT_TRUE(byOperation[VLMSDKOutboxOperation::MobileCheckin]->reservation());
     EXPECT_EQ(byOperation[VLMSDKOutboxOperation::MobileCheckin]->reservation()->velmoraID(), "rsv_b");
-    EXPECT_TRUE(outbox->waitUntilIdle(5s));
+    // Acknowledged as each handler returned, even with the outbox gone at once: nothing comes again.
+    outbox.reset();
+    outbox = open();
     EXPECT_TRUE(outbox->pending().empty());
-    EXPECT_TRUE(outbox->unacknowledged().empty());  // acknowledged as the handler returned
+    EXPECT_TRUE(outbox->unacknowledged().empty());
 }
 
 TEST_F(Outbox, EachLimitRefusesOrEndsAnItemAndNothingOfARefusedOneIsKept) {
@@ -181,7 +183,9 @@ TEST_F(Outbox, AServiceRefusalEndsTheItemWhileABusyServiceIsAskedAgain) {
     ASSERT_TRUE(sent(1));
     requests->answer(0, FakeReply::http(429, VLMSDKJSON::object()));
     ASSERT_TRUE(sent(2));
-    requests->answer(1, FakeReply::http(409, VLMSDKJSON{{"error", {{"message", "Not confirmed."}}}},
+    requests->answer(1, FakeReply::http(401, VLMSDKJSON::object()));  // the credentials may yet be refreshed
+    ASSERT_TRUE(sent(3));
+    requests->answer(2, FakeReply::http(409, VLMSDKJSON{{"error", {{"message", "Not confirmed."}}}},
                                         {{"X-Request-Id", "req-9"}}));
     ASSERT_TRUE(delivered(1));
     EXPECT_EQ(outcomes[0].kind, Kind::Failed);

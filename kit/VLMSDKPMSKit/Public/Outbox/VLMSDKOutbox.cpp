@@ -34,8 +34,11 @@ VLMErrorPtr refusal(const std::string& argument, const std::string& why) {
     return VLMError::requiredArgumentErrorWithName(argument, why + "; nothing was queued", "enqueue", __FILE__);
 }
 
-// Statuses after which the same request, under the same key, may well succeed later.
-bool isTransient(long status) { return status == 408 || status == 425 || status == 429 || status >= 500; }
+// Statuses after which the same request, under the same key, may well succeed later: 401 too, since the
+// credentials may be refreshed (or the guest sign in again) before the item's attempts run out.
+bool isTransient(long status) {
+    return status == 401 || status == 408 || status == 425 || status == 429 || status >= 500;
+}
 
 }  // namespace
 
@@ -142,7 +145,14 @@ public:
             };
             if (due) state_->changed.wait_until(lock, *due, ready);
             else state_->changed.wait(lock, ready);
-            if (state_->stopping) return;
+            if (state_->stopping) {
+                // Acknowledgements already made are kept: their outcomes must not come again after the next open.
+                auto acknowledgements = std::move(state_->acknowledgements);
+                state_->acknowledgements.clear();
+                lock.unlock();
+                for (const auto id : acknowledgements) store_->acknowledge(id);
+                return;
+            }
             state_->woken = false;
             state_->idle = false;  // until this pass has done what it took
             auto finished = std::move(state_->finished);
@@ -156,7 +166,9 @@ public:
             if (!suspended) startDueItems();
             handOverOutcomes();
             lock.lock();
-            state_->idle = state_->inFlight.empty() && !nextDue_ && state_->finished.empty() && pendingCount_ == 0;
+            // Idle: nothing on the wire and nothing that could go now (all ended, or sending is suspended).
+            state_->idle = state_->inFlight.empty() && state_->finished.empty() &&
+                           (state_->suspended || (!nextDue_ && pendingCount_ == 0));
             state_->changed.notify_all();
         }
     }
@@ -178,7 +190,7 @@ public:
             // An item sent before is not expired: the service may have acted on it, and its key finds out.
             if (item.attempts == 0 && now - item.enqueuedAt >= limits(item.operation).maximumAge) {
                 end(item, VLMSDKOutboxOutcome::Kind::Expired, {},
-                    VLMError::errorWithCode(VLMErrorCode::Cancelled, "com.velmora.sdk.outbox",
+                    VLMError::errorWithCode(VLMErrorCode::Timeout, "com.velmora.sdk.outbox",
                                             std::string("The ") + VLMSDKOutboxOperationName(item.operation) +
                                                 " item for reservation '" + item.reservationID +
                                                 "' expired before it could be sent; it was never sent.",

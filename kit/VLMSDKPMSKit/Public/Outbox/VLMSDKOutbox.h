@@ -23,7 +23,7 @@
 /// and telemetry, the key on every attempt, so the service acts on it once however often it is sent. Items of
 /// one reservation go in the order they were enqueued (a check-out waits for an earlier charge; one that ends
 /// failed does not hold back those after it); reservations do not wait for each other. The service's refusal
-/// (a 4xx other than 408, 425 and 429) ends an item; no answer, those three and a 5xx make it go again. While the network is down the sender backs off (the options' retry policy); the
+/// (a 4xx other than 401, 408, 425 and 429) ends an item; no answer, those four and a 5xx make it go again. While the network is down the sender backs off (the options' retry policy); the
 /// host says when the network comes back (`networkRestored`) and when the app is suspended and resumed.
 ///
 /// Each item ends with one outcome (the service's reply, or the error, "expired" or "cancelled"), kept in the
@@ -93,7 +93,8 @@ public:
     void suspend();
     /// The app is back in the foreground: sending goes on.
     void resume();
-    /// Waits until nothing is pending or being sent, or `timeout` passed; true when idle. Never on the main
+    /// Waits until nothing is being sent and nothing could go now (every item ended, or sending is suspended),
+    /// or `timeout` passed; true when idle. Never on the main
     /// thread while outcomes need it (the handler runs there): for tools and tests.
     bool waitUntilIdle(std::chrono::milliseconds timeout) const;
 
