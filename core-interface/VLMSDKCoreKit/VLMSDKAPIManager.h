@@ -32,6 +32,9 @@ public:
     /// A copy whose operations run under the host's trace `context`: each request carries `traceparent` with
     /// the context's trace and a span of the operation's own (nullopt, or an invalid context: none is sent).
     VLMSDKAPIManager withTraceContext(std::optional<VLMSDKTraceContext> context) const;
+    /// Opens a connection to the service ahead of the first operation (the request manager's `prewarm` of the
+    /// builder's base URL): a call for a host's start-up, so that a guest's first tap waits one round trip.
+    void prewarmConnections() const;
     /// What this API manager's operations ask of each request.
     const VLMSDKRequestControl& requestControl() const { return control_; }
     /// The observer its operations tell (nullptr: none).

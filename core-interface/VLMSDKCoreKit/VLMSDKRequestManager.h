@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 /// \file
 /// The request manager interface, which sends what the kits' operations build, and what a caller asks of it.
@@ -52,6 +53,12 @@ public:
     virtual void performControlledRequest(std::shared_ptr<const VLMSDKRequest> request,
                                           const VLMSDKRequestControl& control, VLMSDKDataTaskCompletion completion);
 
+
+    /// Opens a connection to `url`'s server ahead of the first request (name looked up, connection and TLS
+    /// handshake made, HTTP/2 agreed where offered), so that the first request pays one round trip instead of
+    /// three or four. Returns at once and reports nothing; a failure only means the first request connects as
+    /// usual. This default does nothing (a manager with no connections of its own).
+    virtual void prewarm(const std::string& url) { (void)url; }
 
     /// Whether this manager checks `VLMSDKRequestControl::expectedReply` itself, on every reply; then the kit's
     /// operations do not look again. Default: false (the kit checks).

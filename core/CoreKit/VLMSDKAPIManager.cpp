@@ -16,6 +16,10 @@ VLMSDKAPIManager VLMSDKAPIManager::withHandlerOffMainQueue() const {
     return copy;
 }
 
+void VLMSDKAPIManager::prewarmConnections() const {
+    if (requestManager_ && requestBuilder_) requestManager_->prewarm(requestBuilder_->baseURL());
+}
+
 VLMSDKAPIManager VLMSDKAPIManager::withTelemetryObserver(std::shared_ptr<VLMSDKTelemetryObserver> observer) const {
     VLMSDKAPIManager copy = *this;
     copy.observer_ = std::move(observer);

@@ -491,6 +491,23 @@ TEST_P(HTTPRequestManagerTest, ConnectionsOfABurstStayOpenForTheNextOne) {
     }
 }
 
+TEST_P(HTTPRequestManagerTest, APrewarmedConnectionCarriesTheFirstRequest) {
+    VLMSDKHTTPRequestManager manager(quickOptions());
+    manager.prewarm(server_.url("/"));  // whatever answers: here a 404
+    // Nothing is posted when it ends on the network thread: the count is looked at as the queue is pumped.
+    const auto deadline = std::chrono::steady_clock::now() + kHangGuard;
+    while (manager.statistics().requestsCompleted < 1 && std::chrono::steady_clock::now() < deadline) {
+        VLMSDKMainQueue::runFor(5ms);
+    }
+    ASSERT_EQ(manager.statistics().requestsCompleted, 1u);
+    EXPECT_EQ(manager.connectionsOpened(), 1u);
+    ReplyRecorder recorder(1);
+    manager.performDataTaskRequest(makeRequest("GET", server_.url("/json")), recorder.completion(0));
+    ASSERT_TRUE(recorder.waitForCalls());
+    EXPECT_EQ(recorder.reply(0).error, nullptr) << describe(recorder.reply(0).error);
+    EXPECT_EQ(manager.connectionsOpened(), 1u);  // the first request found the connection open
+}
+
 /// One connection of a scripted server, as a fault row's script sees it: requests read one at a time and
 /// logged with the connection's number, so that a row can say what reached the server on which connection.
 class FaultWire {

@@ -146,6 +146,14 @@ void VLMSDKHTTPRequestManager::performControlledRequest(std::shared_ptr<const VL
     impl_->perform(std::move(pending), &control);
 }
 
+void VLMSDKHTTPRequestManager::prewarm(const std::string& url) {
+    // An ordinary request whose answer nobody reads: the same checks, adapters and connection pool as any other.
+    VLMSDKRequest::Parts parts;
+    parts.method = "GET";
+    parts.url = url;
+    impl_->perform({std::make_shared<const VLMSDKRequest>(std::move(parts)), nullptr});
+}
+
 void VLMSDKHTTPRequestManager::shutdown() { impl_->shutdown(); }
 
 VLMSDKHTTPRequestManager::Statistics VLMSDKHTTPRequestManager::statistics() const { return impl_->statistics(); }

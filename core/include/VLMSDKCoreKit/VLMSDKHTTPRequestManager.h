@@ -66,6 +66,10 @@ public:
     void performControlledRequest(std::shared_ptr<const VLMSDKRequest> request, const VLMSDKRequestControl& control,
                                   VLMSDKDataTaskCompletion completion) override;
 
+    /// Sends `GET url`, without credentials, and drops whatever answers it: the connection it made stays open
+    /// for `maximumIdleTime`, and the next request to that server goes on it (one made before this one ended
+    /// may open another). Moves as requests do (see the modes).
+    void prewarm(const std::string& url) override;
     /// True: a reply that names something other than `expectedReply` is answered with the
     /// `VLMErrorCode::ReplyMismatch` error, and its connection closed, on the driving thread.
     bool checksExpectedReplies() const override { return true; }
