@@ -3,7 +3,6 @@
 // What the outbox crash test's host enqueues, and what the service must show for it afterwards.
 #include <VLMSDKPMSKit/VLMSDKPMSKit.h>
 
-#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -17,9 +16,8 @@ inline constexpr int kOutboxCrashReservations = 20;
 
 /// "rsv_c01" ... "rsv_c20".
 inline std::string outboxCrashReservation(int index) {
-    char id[16];
-    std::snprintf(id, sizeof id, "rsv_c%02d", index + 1);
-    return id;
+    const int number = index + 1;
+    return std::string("rsv_c") + static_cast<char>('0' + number / 10 % 10) + static_cast<char>('0' + number % 10);
 }
 
 /// The posting codes each reservation's folio holds at the end, in order: one per charge line and payment.
