@@ -223,9 +223,7 @@ public:
                 std::make_shared<const VLMSDKReplyExpectation>(VLMSDKReplyExpectation{"reservation", "id", item.reservationID});
         }
         if (sending_.telemetryObserver() || sending_.traceContext()) {
-            std::string template_(route.pathFormat);
-            template_.replace(template_.find("%@"), 2, "{id}");
-            control.telemetry = VLMSDKOperationTelemetry::start(route.operation, route.method, template_,
+            control.telemetry = VLMSDKOperationTelemetry::start(route.operation, route.method, route.path("{id}"),
                                                                 sending_.traceContext(), sending_.telemetryObserver());
             if (control.telemetry->span)
                 request = request->withHeader("traceparent", control.telemetry->span->traceparent());
