@@ -26,9 +26,14 @@ function(vlmsdk_apply_warnings)
 endfunction()
 
 # vlmsdk_shipped_library(<target>...): a library hosts link. Each function and object in a section of its
-# own, so that a host's release link (--gc-sections, -dead_strip) keeps only what it calls.
+# own, so that a host's release link (--gc-sections, -dead_strip) keeps only what it calls; hidden visibility,
+# so that a shared build exports the public headers' declarations only (VLMSDKCoreKit/VLMSDKExport.h).
 function(vlmsdk_shipped_library)
   foreach(t IN LISTS ARGN)
     target_compile_options(${t} PRIVATE -ffunction-sections -fdata-sections)
+    set_target_properties(${t} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+    if(VLMSDK_EXPORT_INTERNALS)
+      target_compile_definitions(${t} PRIVATE VLMSDK_EXPORT_INTERNALS)
+    endif()
   endforeach()
 endfunction()

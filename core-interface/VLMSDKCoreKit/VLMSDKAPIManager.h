@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRequestBuilder.h>
 #include <VLMSDKCoreKit/VLMSDKRequestManager.h>
 #include <VLMSDKCoreKit/VLMSDKTelemetryObserver.h>
 #include <VLMSDKCoreKit/VLMSDKTraceContext.h>
 
 #include <memory>
+
+VLMSDK_API_BEGIN
 
 /// The SDK's gateway to its service: the pair of request builder and request manager that the kits'
 /// operations use. Kits add their operations to it (see each kit's `VLMSDKAPIManager+...` unit).
@@ -49,3 +52,5 @@ private:
     std::shared_ptr<VLMSDKTelemetryObserver> observer_;
     std::optional<VLMSDKTraceContext> trace_;
 };
+
+VLMSDK_API_END

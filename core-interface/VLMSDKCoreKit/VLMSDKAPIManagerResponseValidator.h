@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKJSONReply.h>
 #include <VLMSDKCoreKit/VLMSDKURLResponse.h>
@@ -7,6 +8,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// Judges one reply: no transport error, a 2xx status and, when keys are required, a JSON object that
 /// holds every one of them. Logs the pass message (level Info) or the fail message (level Error) through
@@ -47,3 +50,5 @@ private:
     std::string failsLogMessage_;
     std::vector<std::string> requiredJSONKeys_;
 };
+
+VLMSDK_API_END

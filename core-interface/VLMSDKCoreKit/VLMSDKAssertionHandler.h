@@ -1,7 +1,10 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// Receives the SDK's failed checks. An interface, so that a host (to stop a debug build) or a test (to
 /// record) can install its own with `VLMSDKAsserts::setHandler`. Every call must return.
@@ -16,3 +19,5 @@ public:
     /// A failed assertion, its message already formatted.
     virtual void handleAssert(const std::string& message) = 0;
 };
+
+VLMSDK_API_END

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKAssertionHandler.h>
 
 #include <memory>
 #include <optional>
 #include <VLMSDKCoreKit/VLMSDKSourceLocation.h>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// The SDK's assertion entry points. They forward to the installed handler and always return; the
 /// default handler writes one console log line (level Error).
@@ -23,3 +26,5 @@ public:
     /// The handler in use: the installed one, or the default.
     static std::shared_ptr<VLMSDKAssertionHandler> handler();
 };
+
+VLMSDK_API_END

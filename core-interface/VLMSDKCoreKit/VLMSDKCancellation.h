@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 
 #include <cstdint>
@@ -8,6 +9,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// A cancellation signal shared by every request started under it (see `VLMSDKAPIManager::withCancellation`).
 /// Thread-safe: `cancel` may be called any number of times, from any thread; each registered callback runs
@@ -70,3 +73,5 @@ public:
 private:
     std::shared_ptr<VLMSDKCancellation> cancellation_;
 };
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
 
 #include <chrono>
@@ -12,6 +13,8 @@
 #include <utility>
 #include <variant>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKObjectMapping;
 class VLMSDKKeyedUnarchiver;
@@ -280,3 +283,5 @@ VLMSDKProperty VLMSDKProperty::objectArray(std::string name, G getter, S setter)
             return true;
         });
 }
+
+VLMSDK_API_END

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <memory>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKClass;
 
@@ -35,3 +38,5 @@ public:
 private:
     Kits kits_;
 };
+
+VLMSDK_API_END

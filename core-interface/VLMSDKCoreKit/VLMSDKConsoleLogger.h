@@ -1,10 +1,13 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKLogger.h>
 
 #include <functional>
 #include <memory>
 #include <mutex>
+
+VLMSDK_API_BEGIN
 
 /// Writes each line, whole, to standard error; or, once a host or test sets a sink, hands it there.
 class VLMSDKConsoleLogger final : public VLMSDKLogger {
@@ -26,3 +29,5 @@ private:
     std::mutex mutex_;
     std::shared_ptr<const Sink> sink_;
 };
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKCredentialsProvider.h>
 
@@ -10,6 +11,8 @@
 #include <mutex>
 #include <string>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// The tokens of one provider, shared by every request that needs one. A request builder given a provider
 /// makes one and attaches it to each request; the HTTP request manager asks it before sending (a cached
@@ -74,3 +77,5 @@ private:
     std::size_t fetches_ = 0;
     std::vector<Handler> waiters_;
 };
+
+VLMSDK_API_END

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 
 #include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// A bearer token and when the service stops accepting it.
 struct VLMSDKAccessToken {
@@ -32,3 +35,5 @@ public:
     /// the requests waiting for it; its late completion is ignored. It must not throw.
     virtual void fetchToken(Completion completion) = 0;
 };
+
+VLMSDK_API_END

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKObjectMapping.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
 
 #include <memory>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// An item to charge to a bill: which item (the venue's catalog identifier) and how many.
 /// Serialized as {"item_id": text, "quantity": number}.
@@ -37,3 +40,5 @@ private:
     std::optional<std::string> itemID_;
     std::optional<double> count_;
 };
+
+VLMSDK_API_END

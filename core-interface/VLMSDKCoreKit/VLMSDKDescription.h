@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKClass.h>
 
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// The pieces that records' `description()` texts are built from, so that every record prints values
 /// alike: an absent value as "(null)", a number as its shortest round-trip decimal, a date as
@@ -22,3 +25,5 @@ public:
     /// The address as printf's "%p" writes it.
     static std::string pointer(const void* value);
 };
+
+VLMSDK_API_END

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <nlohmann/json.hpp>
 
 #include <cstddef>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// The SDK's JSON value type and the nesting it accepts.
@@ -14,3 +17,5 @@ using VLMSDKJSON = nlohmann::json;
 /// (VLMErrorCode::InvalidResponse) and a request body nested deeper is not sent (InvalidRequest), so that
 /// no value, however hostile, is walked or copied deeper than this.
 inline constexpr std::size_t kVLMSDKMaximumJSONDepth = 256;
+
+VLMSDK_API_END

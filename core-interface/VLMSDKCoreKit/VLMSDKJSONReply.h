@@ -1,19 +1,32 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <string_view>
+
+VLMSDK_API_BEGIN
 
 /// One parsed reply body. Read-only once made: any number of threads may read it at once, and any thread
 /// may release it.
 ///
 /// The SDK's transport reads reply text into a form of its own and builds no JSON value for it:
 /// VLMSDKMapper maps that form straight into records, and `json()` builds the value only when asked. A
-/// request manager of a host's own (or a test) makes a reply from a JSON value.
+/// request manager of a host's own (or a test) makes a reply from reply text with `parse`, or from a JSON value.
 class VLMSDKJSONReply {
 public:
+    /// Why `parse` made no reply.
+    enum class ParseFailure { None, NotJSON, TooDeep };
+
+    /// Reads reply text as the SDK's transport does, into the form the mapper reads in place; nullptr when
+    /// `text` is not JSON or is nested deeper than kVLMSDKMaximumJSONDepth levels (the reason in `failure`
+    /// when given). Any thread; never throws but std::bad_alloc.
+    static std::shared_ptr<const VLMSDKJSONReply> parse(std::string text, ParseFailure* failure = nullptr);
+
     /// A reply that is `json`.
     explicit VLMSDKJSONReply(VLMSDKJSON json);
     virtual ~VLMSDKJSONReply();
@@ -45,3 +58,5 @@ private:
     mutable std::once_flag building_;
     mutable VLMSDKJSON json_;
 };
+
+VLMSDK_API_END

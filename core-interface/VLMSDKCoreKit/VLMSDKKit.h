@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
 
 #include <concepts>
 #include <memory>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKConfiguration;
 
@@ -28,3 +31,5 @@ concept VLMSDKKitClass = std::derived_from<T, VLMSDKKit> &&
         { T::sharedInstance() } -> std::convertible_to<std::shared_ptr<VLMSDKRootObject>>;
         { T::classDescriptor() } -> std::same_as<const VLMSDKClass&>;
     };
+
+VLMSDK_API_END

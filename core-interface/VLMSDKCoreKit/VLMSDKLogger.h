@@ -1,8 +1,11 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <atomic>
 #include <chrono>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// The SDK's log levels, log lines and what its loggers share.
@@ -62,3 +65,5 @@ protected:
 private:
     std::atomic<int> maximumLevel_;
 };
+
+VLMSDK_API_END

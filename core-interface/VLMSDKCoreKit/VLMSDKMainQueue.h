@@ -1,8 +1,11 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <chrono>
 #include <cstddef>
 #include <functional>
+
+VLMSDK_API_BEGIN
 
 /// The main thread and its task queue, where every completion of the SDK runs.
 ///
@@ -41,3 +44,5 @@ public:
     /// Tasks queued and not yet run.
     static std::size_t pendingCount();
 };
+
+VLMSDK_API_END

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
 
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKClass;
 class VLMSDKObjectMapping;
@@ -29,3 +32,5 @@ public:
 private:
     std::optional<std::string> velmoraID_;
 };
+
+VLMSDK_API_END

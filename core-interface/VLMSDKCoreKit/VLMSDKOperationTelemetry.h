@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKTelemetryObserver.h>
 #include <VLMSDKCoreKit/VLMSDKTraceContext.h>
 
@@ -7,6 +8,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKURLResponse;
 
@@ -40,3 +43,5 @@ struct VLMSDKOperationTelemetry {
     /// `error` the outcome's (nullptr on success).
     void reportEnded(const VLMSDKURLResponse* response, const VLMErrorPtr& error) const;
 };
+
+VLMSDK_API_END

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKLogger.h>
 
 #include <cstddef>
 #include <deque>
 #include <mutex>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// Keeps log lines for the SDK's remote logging in a bounded in-memory queue that the host drains and
 /// forwards. Never blocks on I/O: when the queue is full the oldest line is dropped and counted.
@@ -36,3 +39,5 @@ private:
     std::size_t capacity_ = kDefaultCapacity;
     std::size_t dropped_ = 0;
 };
+
+VLMSDK_API_END

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKJSONReply.h>
 
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// What a reply must say to be about what was asked: `reply[object][member]`, when the reply has a string
 /// there, must equal `value` (the reservation's identifier, say). A reply that names something else answers
@@ -27,3 +30,5 @@ struct VLMSDKReplyExpectation {
     /// connection the reply came on (the message says so). Throws only std::bad_alloc.
     VLMErrorPtr mismatchError(const VLMSDKJSONReply& reply, const std::string& what, bool connectionClosed) const;
 };
+
+VLMSDK_API_END

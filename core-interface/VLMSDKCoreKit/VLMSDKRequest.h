@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 
 #include <memory>
@@ -7,6 +8,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKCredentials;
 
@@ -61,3 +64,5 @@ public:
 private:
     Parts parts_;
 };
+
+VLMSDK_API_END

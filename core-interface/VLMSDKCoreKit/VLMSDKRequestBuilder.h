@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKCredentials.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
@@ -9,6 +10,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// Makes the requests of one service: base URL plus path, default headers, bearer token, JSON bodies.
 ///
@@ -71,3 +74,5 @@ private:
     std::shared_ptr<VLMSDKCredentials> credentials_;
     VLMSDKRequest::Headers defaultHeaders_;
 };
+
+VLMSDK_API_END

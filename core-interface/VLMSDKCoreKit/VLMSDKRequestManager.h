@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKCancellation.h>
 #include <VLMSDKCoreKit/VLMSDKJSONReply.h>
@@ -11,6 +12,8 @@
 #include <functional>
 #include <memory>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// The request manager interface, which sends what the kits' operations build, and what a caller asks of it.
@@ -69,3 +72,5 @@ public:
     virtual void performDataTaskRequest(std::shared_ptr<const VLMSDKRequest> request,
                                         VLMSDKDataTaskCompletion completion) = 0;
 };
+
+VLMSDK_API_END

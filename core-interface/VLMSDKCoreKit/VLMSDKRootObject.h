@@ -1,7 +1,10 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <iosfwd>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKClass;
 
@@ -30,3 +33,5 @@ protected:
 
 /// Streams `description()`.
 std::ostream& operator<<(std::ostream& stream, const VLMSDKRootObject& object);
+
+VLMSDK_API_END

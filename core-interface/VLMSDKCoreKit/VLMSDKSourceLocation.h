@@ -1,5 +1,9 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
+
+VLMSDK_API_BEGIN
+
 /// Where a piece of code stands: file, function and line, as the compiler reports them at the call site
 /// when used as a default argument. (Works on every supported compiler, unlike std::source_location.)
 struct VLMSDKSourceLocation {
@@ -17,3 +21,5 @@ struct VLMSDKSourceLocation {
         return VLMSDKSourceLocation{file, function, line};
     }
 };
+
+VLMSDK_API_END

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 
 #include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 struct VLMSDKOperationTelemetry;
 
@@ -54,3 +57,5 @@ public:
         (void)end;
     }
 };
+
+VLMSDK_API_END

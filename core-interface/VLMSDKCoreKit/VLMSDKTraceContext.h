@@ -1,8 +1,11 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <optional>
 #include <string>
 #include <string_view>
+
+VLMSDK_API_BEGIN
 
 /// A W3C trace context: the trace a host's work belongs to and the span it runs under. Given to an API manager
 /// copy (`VLMSDKAPIManager::withTraceContext`), it is sent as `traceparent` on every request of that copy's
@@ -25,3 +28,5 @@ struct VLMSDKTraceContext {
     /// A span under this one: the same trace and flags, a new random span identifier.
     VLMSDKTraceContext child() const;
 };
+
+VLMSDK_API_END

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// What the server answered, besides the body: the URL, the HTTP status and the headers.
 class VLMSDKURLResponse {
@@ -34,3 +37,5 @@ private:
     Headers headers_;
     unsigned attempts_;
 };
+
+VLMSDK_API_END

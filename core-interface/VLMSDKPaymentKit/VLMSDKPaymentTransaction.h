@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKObjectMapping.h>
 #include <VLMSDKCoreKit/VLMSDKClass.h>
 #include <VLMSDKCoreKit/VLMSDKObject.h>
@@ -7,6 +8,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// A payment made with a stored card, as the payment service reports it. Mapped from
 /// {"id", "amount", "currency", "status", "credit_card_id", "created_at"}.
@@ -52,3 +55,5 @@ private:
     std::optional<std::string> creditCardID_;
     std::optional<VLMSDKTime> createdAt_;
 };
+
+VLMSDK_API_END

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <memory>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// The SDK's errors: the error type, its codes and its domains.
@@ -112,3 +115,5 @@ inline constexpr const char* kVLMSDKMappingErrorDomain = "com.velmora.sdk.mappin
 /// Archives that could not be written or read.
 inline constexpr const char* kVLMSDKArchiveErrorDomain = "com.velmora.sdk.archive";
 ///@}
+
+VLMSDK_API_END

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 
 #include <optional>
 #include <string>
 #include <string_view>
+
+VLMSDK_API_BEGIN
 
 /// Small nil-safe helpers shared by the SDK's libraries.
 class VLMUtilities {
@@ -25,3 +28,5 @@ public:
     /// String equality that accepts absent strings: two absent strings are equal, absent and present are not.
     static bool string(const std::optional<std::string>& string, const std::optional<std::string>& isEqualToString);
 };
+
+VLMSDK_API_END

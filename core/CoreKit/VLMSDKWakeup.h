@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
+
 namespace vlmsdk::detail {
 
 /// A descriptor a poll waits on and any thread can make readable: what ends the main queue's wait and the
@@ -7,7 +9,7 @@ namespace vlmsdk::detail {
 /// system); which one is fixed when the project is configured, and VLMSDK_PORTABLE_POSIX forces the pipe.
 ///
 /// `signal` may be called from any thread at any time; `drain` by the thread that waits.
-class VLMSDKWakeup {
+class VLMSDK_INTERNAL VLMSDKWakeup {
 public:
     VLMSDKWakeup();
     ~VLMSDKWakeup();

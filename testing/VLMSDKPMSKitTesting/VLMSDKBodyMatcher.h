@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 
 #include <functional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// Says whether a request's JSON body is the one a test expects, and how, for failure messages.
 ///
@@ -22,3 +25,5 @@ struct VLMSDKBodyMatcher {
     /// An object body holding each member of the object `members` with an equal value, and maybe others.
     static VLMSDKBodyMatcher including(VLMSDKJSON members);
 };
+
+VLMSDK_API_END

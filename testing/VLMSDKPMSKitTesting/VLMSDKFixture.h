@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKitTesting/VLMSDKScriptedReply.h>
 #include <VLMSDKPMSKitTesting/VLMSDKScriptedRequest.h>
 
@@ -7,6 +8,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+
+VLMSDK_API_BEGIN
 
 /// A reply, and optionally the request it answers, kept in a JSON file (what `vlmsdk-pms --record DIR`
 /// writes). One object:
@@ -33,3 +36,5 @@ struct VLMSDKFixture {
     /// The fixture in `text`; as `load`, with `name` standing for the file in the error.
     static std::optional<VLMSDKFixture> parse(std::string_view text, const std::string& name, std::string* error = nullptr);
 };
+
+VLMSDK_API_END

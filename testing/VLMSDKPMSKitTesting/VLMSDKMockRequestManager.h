@@ -3,11 +3,14 @@
 // Header only, for tests written with GoogleTest: it needs gMock (<gmock/gmock.h>, and linking GTest::gmock),
 // which the VLMSDKPMSKitTesting library itself does not.
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRequestManager.h>
 
 #include <gmock/gmock.h>
 
 #include <memory>
+
+VLMSDK_API_BEGIN
 
 /// A request manager whose three calls are gMock methods, for a test that states its expectations with
 /// EXPECT_CALL and answers from its actions (`completion(json, response, error)`, exactly once, as any request
@@ -37,3 +40,5 @@ public:
     /// Whether the manager checks expected replies itself; by default false (the kit checks).
     MOCK_METHOD(bool, checksExpectedReplies, (), (const, override));
 };
+
+VLMSDK_API_END

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 #include <VLMSDKCoreKit/VLMSDKURLResponse.h>
 
 #include <chrono>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// What the scripted request manager answers one expected request with: an HTTP reply, or a fault, after
 /// an optional delay. Set the members by name: `{.status = 404, .body = R"({"error":{}})"}`.
@@ -35,3 +38,5 @@ struct VLMSDKScriptedReply {
     /// `fault` after `delay`.
     static VLMSDKScriptedReply failure(Fault fault, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
 };
+
+VLMSDK_API_END

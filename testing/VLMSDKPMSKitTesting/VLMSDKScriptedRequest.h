@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKitTesting/VLMSDKBodyMatcher.h>
 
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// One request a test expects, in the order the scripted request manager expects them.
 ///
@@ -26,3 +29,5 @@ struct VLMSDKScriptedRequest {
     /// Whether `request` is this one; when not, `why` (if given) says what differs.
     bool matches(const VLMSDKRequest& request, std::string* why = nullptr) const;
 };
+
+VLMSDK_API_END

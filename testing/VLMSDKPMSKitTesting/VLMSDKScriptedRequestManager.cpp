@@ -4,7 +4,6 @@
 
 #include "Private/VLMSDKDelayedReplies.h"
 
-#include <JSON/VLMSDKJSONReader.h>
 
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
 
@@ -59,16 +58,14 @@ Outcome replyOutcome(const VLMSDKRequest& request, const VLMSDKScriptedReply& re
     Outcome outcome;
     outcome.response = std::make_shared<const VLMSDKURLResponse>(request.redactedURL(), reply.status, reply.headers);
     if (reply.body.find_first_not_of(" \t\r\n") == std::string::npos) return outcome;
-    std::string text = reply.body;
-    vlmsdk::detail::VLMSDKJSONReader reader;
-    auto read = reader.read(text);
-    if (read.reply) {
-        outcome.json = std::move(read.reply);
+    auto failure = VLMSDKJSONReply::ParseFailure::None;
+    if (auto json = VLMSDKJSONReply::parse(reply.body, &failure)) {
+        outcome.json = std::move(json);
         return outcome;
     }
     const std::string about = "The reply to " + what + " (HTTP " + std::to_string(reply.status) + ")";
     auto details = VLMError::errorWithCode(VLMErrorCode::InvalidResponse, kVLMSDKResponseErrorDomain,
-                                           read.failure == vlmsdk::detail::VLMSDKJSONReader::Failure::TooDeep
+                                           failure == VLMSDKJSONReply::ParseFailure::TooDeep
                                                ? about + " is nested deeper than " +
                                                      std::to_string(kVLMSDKMaximumJSONDepth) + " levels."
                                                : about + " is not JSON.",

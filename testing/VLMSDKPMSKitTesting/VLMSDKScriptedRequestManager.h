@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKitTesting/VLMSDKScriptedReply.h>
 #include <VLMSDKPMSKitTesting/VLMSDKScriptedRequest.h>
 
@@ -12,6 +13,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 namespace vlmsdk::detail {
 class VLMSDKDelayedReplies;
@@ -90,3 +93,5 @@ private:
     std::shared_ptr<Core> core_;
     std::unique_ptr<vlmsdk::detail::VLMSDKDelayedReplies> delayed_;
 };
+
+VLMSDK_API_END

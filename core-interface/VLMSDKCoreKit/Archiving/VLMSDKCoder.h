@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/Archiving/VLMSDKKeyedArchiver.h>
 #include <VLMSDKCoreKit/Archiving/VLMSDKKeyedUnarchiver.h>
@@ -8,6 +9,8 @@
 #include <memory>
 #include <span>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// Archives records by their class's `encodingProperties`, and turns records into bytes and back.
 ///
@@ -41,3 +44,5 @@ public:
         return std::dynamic_pointer_cast<T>(unarchivedObjectOfClass(T::classDescriptor(), data, error));
     }
 };
+
+VLMSDK_API_END

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
+
+VLMSDK_API_BEGIN
+
 class VLMSDKKeyedArchiver;
 
 /// A record that can be archived. Its class also offers `static const std::vector<std::string>&
@@ -12,3 +16,5 @@ public:
     /// Writes the record into `coder`.
     virtual void encodeWithCoder(VLMSDKKeyedArchiver& coder) const = 0;
 };
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKClass.h>
 
@@ -8,6 +9,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// Writes one keyed archive: a versioned, self-describing byte format holding one root record and the
 /// records nested in it. Values are written under string keys, scoped to the record being encoded.
@@ -38,3 +41,5 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
+
+VLMSDK_API_END

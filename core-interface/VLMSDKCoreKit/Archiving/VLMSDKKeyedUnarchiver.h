@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKClass.h>
 
@@ -7,6 +8,8 @@
 #include <memory>
 #include <span>
 #include <string_view>
+
+VLMSDK_API_BEGIN
 
 /// Reads one keyed archive written by VLMSDKKeyedArchiver. Never throws and never reads out of bounds:
 /// bytes that are truncated, corrupted, of another format version or of another class make it fail with
@@ -44,3 +47,5 @@ private:
     struct State;
     std::unique_ptr<State> state_;
 };
+
+VLMSDK_API_END

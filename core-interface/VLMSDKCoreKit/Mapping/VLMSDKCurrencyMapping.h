@@ -1,6 +1,9 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKAttributeMappingBlock.h>
+
+VLMSDK_API_BEGIN
 
 /// The currency-code transform provider.
 class VLMSDKCurrencyMapping {
@@ -9,3 +12,5 @@ public:
     /// anything but text fails the mapping.
     static VLMSDKAttributeMappingBlock currencyAttributeMappingBlock();
 };
+
+VLMSDK_API_END

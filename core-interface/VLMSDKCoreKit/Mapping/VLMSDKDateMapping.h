@@ -1,6 +1,9 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKAttributeMappingBlock.h>
+
+VLMSDK_API_BEGIN
 
 /// The calendar-date transform provider (the platform date class's mapping category).
 class VLMSDKDateMapping {
@@ -13,3 +16,5 @@ public:
     /// an offset "+HH:MM" or "-HH:MM" in place of "Z" is taken off. Anything else fails the mapping.
     static VLMSDKAttributeMappingBlock vlmsdk_ISO8601MappingBlock();
 };
+
+VLMSDK_API_END

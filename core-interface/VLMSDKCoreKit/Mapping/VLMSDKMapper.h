@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKMappingResult.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKObjectMapping.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
@@ -8,6 +9,8 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+
+VLMSDK_API_BEGIN
 
 /// Turns JSON into records by a mapping description. Stateless; callable from any thread.
 class VLMSDKMapper {
@@ -41,3 +44,5 @@ public:
         const VLMSDKJSONReply& reply, const std::shared_ptr<const VLMSDKObjectMapping>& withMapping,
         std::optional<std::string_view> member = std::nullopt);
 };
+
+VLMSDK_API_END

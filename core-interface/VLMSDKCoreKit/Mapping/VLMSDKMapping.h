@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKObjectMapping.h>
 
 #include <concepts>
 #include <memory>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// The concept of a class mapped from JSON.
@@ -15,3 +18,5 @@ template <class T>
 concept VLMSDKMapping = requires {
     { T::objectMapping() } -> std::convertible_to<std::shared_ptr<const VLMSDKObjectMapping>>;
 };
+
+VLMSDK_API_END

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
 
 #include <memory>
+
+VLMSDK_API_BEGIN
 
 /// The outcome of mapping one JSON object: a record, or the error that says why there is none.
 class VLMSDKMappingResult {
@@ -25,3 +28,5 @@ private:
     std::shared_ptr<VLMSDKRootObject> result_;
     VLMErrorPtr error_;
 };
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKAttributeMappingBlock.h>
 #include <VLMSDKCoreKit/VLMSDKClass.h>
 
@@ -8,6 +9,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// A declarative description of how one JSON object becomes one record of a class: which JSON key fills
 /// which property, through which transform. Built once, then only read (by any number of threads).
@@ -80,3 +83,5 @@ private:
     std::vector<Entry> entries_;
     std::vector<std::size_t> entriesByKey_;
 };
+
+VLMSDK_API_END

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKObjectMapping.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
 
 #include <memory>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// Turns records into JSON by a serialization mapping (the reverse of VLMSDKMapper). Stateless.
 class VLMSDKSerializer {
@@ -31,3 +34,5 @@ public:
                                    withMapping);
     }
 };
+
+VLMSDK_API_END

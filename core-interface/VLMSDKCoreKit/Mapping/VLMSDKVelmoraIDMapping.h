@@ -1,6 +1,9 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/Mapping/VLMSDKAttributeMappingBlock.h>
+
+VLMSDK_API_BEGIN
 
 /// The platform-identifier transform provider.
 class VLMSDKVelmoraIDMapping {
@@ -9,3 +12,5 @@ public:
     /// number included, fails the mapping.
     static VLMSDKAttributeMappingBlock velmoraIDAttributeMappingBlock();
 };
+
+VLMSDK_API_END

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
+
 #include <VLMSDKCoreKit/VLMSDKJSONReply.h>
 
 #include <cstddef>
@@ -11,7 +13,7 @@ namespace vlmsdk::detail {
 /// Parses reply bodies into replies the mapper reads in place (no JSON value is built), refusing anything
 /// nested deeper than kVLMSDKMaximumJSONDepth. Keeps its buffers from one reply to the next: one reader per
 /// thread that parses, never shared between threads at once.
-class VLMSDKJSONReader {
+class VLMSDK_INTERNAL VLMSDKJSONReader {
 public:
     enum class Failure { None, NotJSON, TooDeep };
 

@@ -1,6 +1,20 @@
 #include <VLMSDKCoreKit/VLMSDKJSONReply.h>
 
+#include "VLMSDKJSONReader.h"
+
 #include <utility>
+
+std::shared_ptr<const VLMSDKJSONReply> VLMSDKJSONReply::parse(std::string text, ParseFailure* failure) {
+    vlmsdk::detail::VLMSDKJSONReader reader;
+    auto read = reader.read(text);
+    if (failure) {
+        using Failure = vlmsdk::detail::VLMSDKJSONReader::Failure;
+        *failure = read.failure == Failure::TooDeep   ? ParseFailure::TooDeep
+                   : read.failure == Failure::NotJSON ? ParseFailure::NotJSON
+                                                      : ParseFailure::None;
+    }
+    return std::move(read.reply);
+}
 
 VLMSDKJSONReply::VLMSDKJSONReply(VLMSDKJSON json) : built_(true), json_(std::move(json)) {}
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
+
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -18,7 +20,7 @@ namespace vlmsdk::detail {
 /// server allows, moved forward by whoever waits on its descriptor: a non-blocking connect, the request
 /// written as the socket takes it, the reply read with VLMSDKHTTP1ReplyParser. Time limits are the
 /// caller's (the request manager's engine keeps them). One driving thread at a time.
-class VLMSDKHTTP1Connection {
+class VLMSDK_INTERNAL VLMSDKHTTP1Connection {
 public:
     /// Where a request goes when no name has to be looked up: http to a literal IPv4 or IPv6 address.
     struct Target {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -16,7 +18,7 @@ namespace vlmsdk::detail {
 /// space before a colon, folded lines, lines ending in a bare LF, conflicting lengths, codings other than
 /// chunked): it fails instead, at once. Read by the core's
 /// own HTTP/1.1 connections; one parser per exchange, one thread at a time.
-class VLMSDKHTTP1ReplyParser {
+class VLMSDK_INTERNAL VLMSDKHTTP1ReplyParser {
 public:
     enum class State { Incomplete, Complete, Failed };
     enum class Failure { None, Malformed, HeadersTooLarge, BodyTooLarge, Truncated };

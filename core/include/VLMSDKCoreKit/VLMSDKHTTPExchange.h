@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRequest.h>
 #include <VLMSDKCoreKit/VLMSDKURLResponse.h>
 
@@ -8,6 +9,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// What crossed the wire, for logs and verbose output: one exchange per attempt.
@@ -37,3 +40,5 @@ struct VLMSDKHTTPExchange {
 
 /// Receives every exchange of a request manager (see VLMSDKHTTPRequestManagerOptions::exchangeObserver).
 using VLMSDKHTTPExchangeObserver = std::function<void(const VLMSDKHTTPExchange&)>;
+
+VLMSDK_API_END

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKHTTPRequestManagerOptions.h>
 #include <VLMSDKCoreKit/VLMSDKRequestManager.h>
 
 #include <cstddef>
 #include <memory>
+
+VLMSDK_API_BEGIN
 
 /// The request manager that talks HTTP(S), reusing connections per host: through libcurl by default (names
 /// to look up, TLS, proxies, HTTP/2 multiplexing where the server offers it); with the options' `transport`
@@ -92,3 +95,5 @@ private:
     class Impl;
     std::shared_ptr<Impl> impl_;
 };
+
+VLMSDK_API_END

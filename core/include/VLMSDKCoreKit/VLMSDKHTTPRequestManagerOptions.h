@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKHTTPExchange.h>
 #include <VLMSDKCoreKit/VLMSDKRetryPolicy.h>
 
@@ -7,6 +8,8 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// Settings of a `VLMSDKHTTPRequestManager`, fixed when the manager is made. Every field has a usable default.
 struct VLMSDKHTTPRequestManagerOptions {
@@ -70,3 +73,5 @@ struct VLMSDKHTTPRequestManagerOptions {
     /// When a failed request is sent again (see VLMSDKRetryPolicy). Default: up to 3 attempts where safe.
     VLMSDKRetryPolicy retry;
 };
+
+VLMSDK_API_END

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <chrono>
+
+VLMSDK_API_BEGIN
 
 /// When `VLMSDKHTTPRequestManager` sends a failed request again. On by default: up to 3 attempts, only where
 /// sending again cannot do anything twice (set `maximumAttempts` to 1 to turn retries off).
@@ -27,3 +30,5 @@ struct VLMSDKRetryPolicy {
     /// header (an outbox item's) is retried like a GET either way, under its own key only.
     bool idempotencyKeys = false;
 };
+
+VLMSDK_API_END

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKConfiguration.h>
 #include <VLMSDKCoreKit/VLMSDKKit.h>
 
 #include <memory>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// The kit's entry, VLMSDKPMS, and the kit's version.
@@ -57,3 +60,5 @@ private:
 };
 
 static_assert(VLMSDKKitClass<VLMSDKPMS>);
+
+VLMSDK_API_END

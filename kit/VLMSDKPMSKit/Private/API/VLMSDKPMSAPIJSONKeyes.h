@@ -1,5 +1,10 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
+
+// Public through the kit's umbrella header, though it lives beside the private units that use it.
+VLMSDK_API_BEGIN
+
 /// The JSON keys under which the reservation service sends reservations, guests, folios and folio
 /// postings. These four tables are the only place the keys are written; mappings and request bodies read
 /// them from here. Each table is a packed sequence of pointers to constant ASCII strings, one per field,
@@ -54,3 +59,5 @@ extern const VLMSDKReservationJSONKeyesType VLMSDKReservationJSONKeyes;
 extern const VLMSDKReservationGuestJSONKeyesType VLMSDKReservationGuestJSONKeyes;
 extern const VLMSDKFolioJSONKeyesType VLMSDKFolioJSONKeyes;
 extern const VLMSDKFolioDeliverableItemJSONKeyesType VLMSDKFolioDeliverableItemJSONKeyes;
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKit/Public/API/Requests/VLMSDKCreateReservationRequestInfo.h>
 #include <VLMSDKPMSKit/Public/API/Requests/VLMSDKPayForReservationRequestInfo.h>
 #include <VLMSDKPMSKit/Public/API/Requests/VLMSDKUpdateReservationMasterBillRequestInfo.h>
@@ -14,6 +15,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// The reservation operations the kit adds to the core kit's API manager.
@@ -96,3 +99,5 @@ void fetchReservationMasterBill(const VLMSDKAPIManager& manager, const std::opti
 void updateReservationMasterBillWithRequest(
     const VLMSDKAPIManager& manager, std::shared_ptr<const VLMSDKUpdateReservationMasterBillRequestInfo> requestInfo,
     VLMSDKFolioCompletion completion);
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKAPIManager.h>
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
@@ -14,6 +15,8 @@
 #include <tuple>
 #include <type_traits>
 #include <utility>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// The reservation operations as futures and as coroutines, for any of the eight operations of
@@ -181,3 +184,5 @@ struct VLMSDKTask {
         ///@}
     };
 };
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolioDeliverableItem.h>
 
@@ -7,6 +8,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKClass;
 class VLMSDKObjectMapping;
@@ -56,3 +59,5 @@ private:
     std::optional<std::string> paymentCurrency_;
     std::vector<std::shared_ptr<VLMSDKFolioDeliverableItem>> deliverables_;
 };
+
+VLMSDK_API_END

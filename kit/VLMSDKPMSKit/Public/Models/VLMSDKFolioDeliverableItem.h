@@ -1,10 +1,13 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
 
 #include <memory>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKClass;
 class VLMSDKObjectMapping;
@@ -52,3 +55,5 @@ private:
     std::optional<std::string> currency_;
     std::optional<double> price_;
 };
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/Archiving/VLMSDKCoding.h>
 #include <VLMSDKCoreKit/VLMSDKClass.h>
@@ -12,6 +13,8 @@
 #include <span>
 #include <string>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// \file
 /// A reservation and its status.
@@ -170,3 +173,5 @@ private:
     std::optional<std::string> reservationInfo_;
     std::optional<double> remainPriceAmountToPay_;
 };
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/Archiving/VLMSDKCoding.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
@@ -10,6 +11,8 @@
 #include <span>
 #include <string>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKClass;
 class VLMSDKKeyedArchiver;
@@ -65,3 +68,5 @@ private:
     std::optional<std::string> lastName_;
     std::optional<std::string> profileCode_;
 };
+
+VLMSDK_API_END

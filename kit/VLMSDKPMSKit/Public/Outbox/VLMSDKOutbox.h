@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKit/Public/Outbox/VLMSDKOutboxOptions.h>
 #include <VLMSDKPMSKit/Public/Outbox/VLMSDKOutboxOutcome.h>
 
@@ -14,6 +15,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// Work that must be done once even when the network is gone or the app is killed: confirm, mobile check-in,
 /// mobile check-out, pay and charge, handed to the outbox instead of sent at once.
@@ -103,3 +106,5 @@ private:
     explicit VLMSDKOutbox(std::unique_ptr<Impl> impl);
     std::unique_ptr<Impl> impl_;
 };
+
+VLMSDK_API_END

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRetryPolicy.h>
 
 #include <chrono>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// The operations an outbox item can be.
 enum class VLMSDKOutboxOperation {
@@ -51,3 +54,5 @@ struct VLMSDKOutboxOptions {
     /// too late to keep items left by an earlier process from being sent. Default false.
     bool suspended = false;
 };
+
+VLMSDK_API_END

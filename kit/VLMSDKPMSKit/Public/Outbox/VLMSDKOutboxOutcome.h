@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKit/Public/API/Responses/VLMSDKPayForReservationResult.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKFolio.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservation.h>
@@ -13,6 +14,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// One item of an outbox as `pending()` lists it. A plain value.
 struct VLMSDKOutboxItem {
@@ -50,3 +53,5 @@ struct VLMSDKOutboxOutcome {
     /// The payment the reply holds (pay), or nullptr.
     std::shared_ptr<VLMSDKPayForReservationResult> payment() const;
 };
+
+VLMSDK_API_END

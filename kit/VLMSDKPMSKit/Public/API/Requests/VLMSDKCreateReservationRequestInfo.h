@@ -1,11 +1,14 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKit/Public/API/Requests/VLMSDKRequestInfo.h>
 
 #include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// The body of "create reservation": the hotel's booking reference, the venue, and the last name the
 /// room was booked under. Compared and hashed by value.
@@ -56,3 +59,5 @@ struct std::hash<VLMSDKCreateReservationRequestInfo> {
     /// `request.hash()`.
     std::size_t operator()(const VLMSDKCreateReservationRequestInfo& request) const { return request.hash(); }
 };
+
+VLMSDK_API_END

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKit/Public/API/Requests/VLMSDKRequestInfo.h>
 
 #include <optional>
 #include <string>
+
+VLMSDK_API_BEGIN
 
 /// One payment against a reservation with a stored credit card. The reservation goes into the request's
 /// path, the rest into its body.
@@ -44,3 +47,5 @@ private:
     std::optional<std::string> currencyCode_;
     std::optional<std::string> creditCardID_;
 };
+
+VLMSDK_API_END

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <Velmora_Errors/VLMError.h>
 #include <VLMSDKCoreKit/VLMSDKJSON.h>
+
+VLMSDK_API_BEGIN
 
 /// A request description: the body of one operation, able to check itself before it is sent.
 class VLMSDKRequestInfo {
@@ -23,3 +26,5 @@ protected:
     VLMSDKRequestInfo& operator=(const VLMSDKRequestInfo&) = default;
     ///@}
 };
+
+VLMSDK_API_END

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKPMSKit/Public/API/Requests/VLMSDKRequestInfo.h>
 
 #include <VLMSDKCoreKit/VLMSDKDeliverableCountableItem.h>
@@ -8,6 +9,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+VLMSDK_API_BEGIN
 
 /// Items to charge to a reservation's master bill. The reservation goes into the request's path, the
 /// items into its body.
@@ -38,3 +41,5 @@ private:
     std::optional<std::string> reservationID_;
     Deliverables velmoraDeliverables_;
 };
+
+VLMSDK_API_END

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
 #include <VLMSDKCoreKit/VLMSDKRootObject.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservation.h>
 #include <VLMSDKPaymentKit/VLMSDKPaymentTransaction.h>
 
 #include <memory>
+
+VLMSDK_API_BEGIN
 
 class VLMSDKClass;
 
@@ -39,3 +42,5 @@ private:
     std::shared_ptr<VLMSDKPaymentTransaction> paymentTransaction_;
     std::shared_ptr<VLMSDKReservation> reservation_;
 };
+
+VLMSDK_API_END
