@@ -5,6 +5,9 @@
 # builds the view model test against the Testing component (CMake and pkg-config) and runs it, as it is and with
 # a changed reply, which must fail; runs the outbox example against a closed port, then against the pms-sandbox.
 #   scripts/check-install.sh [BUILD_DIR]     default: build (configured as scripts/test.sh does if new)
+# A build of shared libraries (-DBUILD_SHARED_LIBS=ON, as scripts/abi-check.sh makes in build-abi) is checked
+# the same way, its programs run on the installed .so files. A build without the tools takes the local service
+# from build/.
 # JOBS sets the build parallelism (default: all cores). The build must not be a sanitizer build.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
@@ -48,11 +51,23 @@ if [ ! -f "$build/CMakeCache.txt" ]; then
   cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_COMPILE_WARNING_AS_ERROR=ON >/dev/null
 fi
 cmake --build "$build" -j"$jobs" --target VLMErrors VLMMeta VLMSDKCoreKit VLMSDKPaymentKit VLMSDKPMSKit VLMSDKPMSKitTesting \
-  pms-sandbox >/dev/null
+  >/dev/null
+sandbox_build="$build"
+if grep -q '^VLMSDK_BUILD_TOOLS:BOOL=OFF' "$build/CMakeCache.txt"; then
+  sandbox_build="$root/build"
+  [ -f "$sandbox_build/CMakeCache.txt" ] || cmake -S "$root" -B "$sandbox_build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DVLMSDK_BUILD_TESTS=OFF -DVLMSDK_BUILD_BENCH=OFF >/dev/null
+fi
+cmake --build "$sandbox_build" -j"$jobs" --target pms-sandbox >/dev/null
 
 prefix="$work/prefix"
 say "installing into $prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
+if ls "$prefix"/lib/libVLMSDKPMSKit.so.* >/dev/null 2>&1; then
+  # Programs built with pkg-config's flags carry no run path: the loader finds the installed libraries here.
+  say "shared libraries: $(cd "$prefix/lib" && ls libVLMSDKPMSKit.so.* | tr '\n' ' ')"
+  export LD_LIBRARY_PATH="$prefix/lib${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
+fi
 
 say "checking that find_package(VLMSDKPMSKit) refuses a component it does not have"
 mkdir -p "$work/component"
@@ -103,7 +118,7 @@ for program in "$work/example/view_model_test" "$work/view_model_test_pc"; do
 done
 say "view_model_test --changed-reply fails as it should, listing GET guest/reservations/rsv_0413"
 
-"$build/tools/pms-sandbox/pms-sandbox" --port 0 --in-memory >"$work/sandbox.log" 2>&1 &
+"$sandbox_build/tools/pms-sandbox/pms-sandbox" --port 0 --in-memory >"$work/sandbox.log" 2>&1 &
 sandbox_pid=$!
 url=""
 for _ in $(seq 1 100); do
