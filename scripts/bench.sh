@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release (build-bench/), runs the three programs with settings that fit a 2-core
-# machine (about 4 minutes), prints their tables and writes every figure to build-bench/bench.json.
-#   scripts/bench.sh [--quick]      --quick: one short run of each, to check that they work
+# machine (about 4 minutes), measures what a minimal host pays in size (scripts/host-size.sh: two builds of
+# the kit, a few minutes more), prints their tables and writes every figure to build-bench/bench.json.
+#   scripts/bench.sh [--quick]      --quick: one short run of each program, to check that they work (no sizes)
 # Needs scripts/setup.sh --bench (cpprestsdk for client (p)). Traffic stays on 127.0.0.1.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -29,11 +30,18 @@ for mode in pumped threaded; do
   "$bin/vlmsdk-bench-memory" --requests "$requests" --mode "$mode" --json "$dir/bench-memory-$mode.json"
 done
 
+host_size=null
+if [ "$runs" != 1 ]; then
+  echo "== scripts/host-size.sh"
+  ./scripts/host-size.sh
+  host_size="$(cat "$dir/host-size.json")"
+fi
+
 {
   printf '{"fetch": '; cat "$dir/bench-fetch.json"
   printf ', "mapping": '; cat "$dir/bench-mapping.json"
   printf ', "memory": {"pumped": '; cat "$dir/bench-memory-pumped.json"
   printf ', "threaded": '; cat "$dir/bench-memory-threaded.json"
-  printf '}}\n'
+  printf '}, "host_size": %s}\n' "$host_size"
 } > "$dir/bench.json"
 echo "bench.sh: figures written to $dir/bench.json"
