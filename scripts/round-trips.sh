@@ -30,32 +30,11 @@ cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_COMPILE_WARNING
 cmake --build "$dir" -j"$(nproc 2>/dev/null || echo 2)" --target vlmsdk-bench-fetch vlmsdk-bench-first-fetch >&2
 bench="$dir/bench/vlmsdk-bench-first-fetch"
 
-work="$(mktemp -d)"
-pids=()
-stop_all() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
-  pids=()
-}
-trap 'stop_all; rm -rf "$work"' EXIT
-
-"$root/scripts/localhost-certificate.sh" "$work"
-"$dir/bench/vlmsdk-bench-fetch" --print-reply yes >"$work/reply.json"
-# nginx's worker runs as an unprivileged user when started by root: it must be able to read the reply.
-chmod 755 "$work"
-chmod 644 "$work/reply.json"
-port="$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')"
-mkdir -p "$work/nginx"
+. "$root/scripts/bench-loopback.sh"
+write_reply "$dir/bench/vlmsdk-bench-fetch"
+port="$(free_port)"
 # An idle connection is closed after 1 s: the samples' last fetch, 1.5 s later, needs a new one.
-cat >"$work/nginx.conf" <<CONF
-worker_processes 1;
-pid $work/nginx.pid;
-error_log $work/nginx-error.log;
-events { worker_connections 64; }
-http {
-  client_body_temp_path $work/nginx; proxy_temp_path $work/nginx; fastcgi_temp_path $work/nginx;
-  uwsgi_temp_path $work/nginx; scgi_temp_path $work/nginx;
-  log_format link '\$connection \$connection_requests \$ssl_session_reused \$request_method \$uri \$status';
+write_nginx_conf 64 <<CONF
   access_log $work/access.log link;
   keepalive_timeout 1s;
   server {
@@ -67,7 +46,6 @@ http {
     root $work;
     location /guest/reservations/ { default_type application/json; try_files /reply.json =404; }
   }
-}
 CONF
 nginx -p "$work" -c "$work/nginx.conf" -g 'daemon off;' &
 pids+=($!)

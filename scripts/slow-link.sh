@@ -27,19 +27,7 @@ cmake --build build -j"$(nproc 2>/dev/null || echo 2)" --target vlmsdk-pms pms-s
 tool="$root/build/tools/vlmsdk-pms/vlmsdk-pms"
 sandbox_exe="$root/build/tools/pms-sandbox/pms-sandbox"
 
-work="$(mktemp -d)"
-pids=()
-stop_all() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
-  pids=()
-}
-trap 'stop_all; rm -rf "$work"' EXIT
-
-# A throwaway authority and a certificate it signed for localhost.
-"$root/scripts/localhost-certificate.sh" "$work"
-
-free_port() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
+. "$root/scripts/bench-loopback.sh"
 
 # Starts a fresh service behind nginx behind the link; sets link_port.
 start_service() {
@@ -56,16 +44,7 @@ start_service() {
   [ -n "$sandbox_port" ] || { say "pms-sandbox did not start"; cat "$work/sandbox.out" >&2; exit 1; }
   local nginx_port
   nginx_port="$(free_port)"
-  mkdir -p "$work/nginx"
-  cat >"$work/nginx.conf" <<CONF
-worker_processes 1;
-pid $work/nginx.pid;
-error_log $work/nginx-error.log;
-events { worker_connections 64; }
-http {
-  client_body_temp_path $work/nginx; proxy_temp_path $work/nginx; fastcgi_temp_path $work/nginx;
-  uwsgi_temp_path $work/nginx; scgi_temp_path $work/nginx;
-  log_format link '\$connection \$connection_requests \$ssl_session_reused \$request_method \$uri \$status';
+  write_nginx_conf 64 <<CONF
   access_log $work/access.log link;
   upstream sandbox { server 127.0.0.1:$sandbox_port; keepalive 8; }
   server {
@@ -80,7 +59,6 @@ http {
       proxy_set_header Connection "";
     }
   }
-}
 CONF
   nginx -p "$work" -c "$work/nginx.conf" -g 'daemon off;' &
   pids+=($!)

@@ -21,27 +21,10 @@ cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_COMPILE_WARNING
 cmake --build "$dir" -j"$(nproc 2>/dev/null || echo 2)" --target vlmsdk-bench-fetch >&2
 bench="$dir/bench/vlmsdk-bench-fetch"
 
-work="$(mktemp -d)"
-nginx_pid=""
-trap '[ -n "$nginx_pid" ] && { kill "$nginx_pid" 2>/dev/null; wait "$nginx_pid" 2>/dev/null; }; rm -rf "$work"' EXIT
-
-# A throwaway authority and a certificate it signed for localhost.
-"$root/scripts/localhost-certificate.sh" "$work"
-
-"$bench" --print-reply yes >"$work/reply.json"
-# nginx's worker runs as an unprivileged user when started by root: it must be able to read the reply.
-chmod 755 "$work"
-chmod 644 "$work/reply.json"
-port="$(python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])')"
-mkdir -p "$work/nginx"
-cat >"$work/nginx.conf" <<CONF
-worker_processes 1;
-pid $work/nginx.pid;
-error_log $work/nginx-error.log;
-events { worker_connections 256; }
-http {
-  client_body_temp_path $work/nginx; proxy_temp_path $work/nginx; fastcgi_temp_path $work/nginx;
-  uwsgi_temp_path $work/nginx; scgi_temp_path $work/nginx;
+. "$root/scripts/bench-loopback.sh"
+write_reply "$bench"
+port="$(free_port)"
+write_nginx_conf 256 <<CONF
   access_log off;
   keepalive_requests 1000000;
   server {
@@ -51,10 +34,9 @@ http {
     root $work;
     location /guest/reservations/ { default_type application/json; try_files /reply.json =404; }
   }
-}
 CONF
 nginx -p "$work" -c "$work/nginx.conf" -g 'daemon off;' &
-nginx_pid=$!
+pids+=($!)
 ready=""
 for _ in $(seq 100); do
   ready="$(curl -s -o /dev/null -w '%{http_code}' --cacert "$work/ca.pem" "https://localhost:$port/guest/reservations/x" 2>/dev/null || true)"
