@@ -39,6 +39,11 @@ TEST(VLMSDKJSONReader, RefusesNestingPastTheLimitAndWhatIsNoJSON) {
                              "'");
                 std::string text = nested(depth, objects, inside);
                 const auto read = reader.read(text);
+                // The public parse, for hosts' own request managers, reads as the transport's reader does.
+                auto failure = VLMSDKJSONReply::ParseFailure::NotJSON;
+                const bool parsed = VLMSDKJSONReply::parse(text, &failure) != nullptr;
+                EXPECT_EQ(parsed, depth <= kVLMSDKMaximumJSONDepth);
+                EXPECT_EQ(failure, parsed ? VLMSDKJSONReply::ParseFailure::None : VLMSDKJSONReply::ParseFailure::TooDeep);
                 if (depth <= kVLMSDKMaximumJSONDepth) {
                     ASSERT_NE(read.reply, nullptr);
                     EXPECT_EQ(read.failure, VLMSDKJSONReader::Failure::None);
@@ -52,6 +57,9 @@ TEST(VLMSDKJSONReader, RefusesNestingPastTheLimitAndWhatIsNoJSON) {
     }
     for (std::string text : {"", "{", "[1,]", R"({"a":1} x)", "nul", "\"\xff\"", "{\"a\":01}"}) {
         SCOPED_TRACE(text);
+        auto failure = VLMSDKJSONReply::ParseFailure::None;
+        EXPECT_EQ(VLMSDKJSONReply::parse(text, &failure), nullptr);
+        EXPECT_EQ(failure, VLMSDKJSONReply::ParseFailure::NotJSON);
         const auto read = reader.read(text);
         EXPECT_EQ(read.reply, nullptr);
         EXPECT_EQ(read.failure, VLMSDKJSONReader::Failure::NotJSON);
