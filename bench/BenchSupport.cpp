@@ -66,6 +66,11 @@ std::optional<long> procStatusField(const char* name) {
     return std::nullopt;
 }
 
+bool isLoopbackTarget(const std::string& url) {
+    return url.rfind("https://localhost:", 0) == 0 || url.rfind("https://127.0.0.1:", 0) == 0 ||
+           url.rfind("http://127.0.0.1:", 0) == 0;
+}
+
 std::string loadAverage() {
     std::ifstream file("/proc/loadavg");
     std::string one, five, fifteen;

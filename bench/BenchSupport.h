@@ -60,6 +60,9 @@ struct MachineInfo {
 MachineInfo machineInfo();
 std::string loadAverage();
 
+/// Whether `url` is a target the benchmarks may send to: https://localhost:PORT, https:// or http:// 127.0.0.1.
+bool isLoopbackTarget(const std::string& url);
+
 /// Prints the machine line every program starts with.
 void printMachine(const char* program);
 

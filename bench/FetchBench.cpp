@@ -651,8 +651,7 @@ int main(int argc, char** argv) {
         problems.push_back(std::string("--clients wants letters among ") + kDefaultClients);
     }
     if (settings.runs == 0) problems.push_back("--runs wants at least 1");
-    if (!settings.baseURL.empty() && settings.baseURL.rfind("https://localhost:", 0) != 0 &&
-        settings.baseURL.rfind("https://127.0.0.1:", 0) != 0 && settings.baseURL.rfind("http://127.0.0.1:", 0) != 0) {
+    if (!settings.baseURL.empty() && !isLoopbackTarget(settings.baseURL)) {
         problems.push_back("--base-url wants a loopback target (https://localhost:PORT/ or 127.0.0.1)");
     }
     if (!settings.baseURL.empty() && settings.baseURL.back() != '/') settings.baseURL.push_back('/');

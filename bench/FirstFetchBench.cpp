@@ -123,8 +123,7 @@ int main(int argc, char** argv) {
     if (client != "kit" && client != "b") problems.push_back("--client takes kit or b");
     if (prewarmed && client != "kit") problems.push_back("--prewarm yes is the kit's (b) has no such call");
     // Loopback targets only, as every benchmark here.
-    if (baseURL.rfind("https://localhost:", 0) != 0 && baseURL.rfind("https://127.0.0.1:", 0) != 0 &&
-        baseURL.rfind("http://127.0.0.1:", 0) != 0) {
+    if (!isLoopbackTarget(baseURL)) {
         problems.push_back("--base-url wants a loopback target (https://localhost:PORT/ or 127.0.0.1)");
     }
     if (line.wantsHelp() || !problems.empty()) {

@@ -5,7 +5,8 @@
 #include <utility>
 
 std::shared_ptr<const VLMSDKJSONReply> VLMSDKJSONReply::parse(std::string text, ParseFailure* failure) {
-    vlmsdk::detail::VLMSDKJSONReader reader;
+    // One reader per thread, as the transport keeps: its buffers serve the next reply instead of being made anew.
+    thread_local vlmsdk::detail::VLMSDKJSONReader reader;
     auto read = reader.read(text);
     if (failure) {
         using Failure = vlmsdk::detail::VLMSDKJSONReader::Failure;
