@@ -14,9 +14,10 @@ harnesses=("$@")
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "fuzz: building the harnesses in build-fuzz/"
-# -O1 with line tables, as the sanitizer builds of scripts/test.sh: what the sanitizers advise, and a shorter build.
+# -O1 with line tables and unity sources, as the sanitizer builds of scripts/test.sh: what the sanitizers advise,
+# and a shorter build.
 cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DCMAKE_CXX_COMPILER=clang++-14 \
-  "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" \
+  "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1 -DNDEBUG" -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=16 \
   -DVLMSDK_SANITIZE=fuzzer-no-link,address,undefined -DVLMSDK_BUILD_FUZZ=ON \
   -DVLMSDK_BUILD_TESTS=OFF -DVLMSDK_BUILD_TOOLS=OFF -DVLMSDK_BUILD_BENCH=OFF >/dev/null
 cmake --build build-fuzz -j"$jobs" --target vlmsdk-fuzz

@@ -12,8 +12,6 @@
 namespace e2e {
 namespace {
 
-constexpr std::chrono::seconds kLimit{30};
-
 // One line per outcome, whatever the record, so that one table holds every operation.
 std::string line(const std::shared_ptr<VLMSDKReservation>& r) {
     return r ? "reservation " + r->velmoraID().value_or("?") + " " + r->statusStringRepresentation().value_or("?")

@@ -14,8 +14,6 @@
 namespace e2e {
 namespace {
 
-constexpr std::chrono::seconds kLimit{30};
-
 // Passes requests on to the real transport and reports, once the kit's reply handler has returned,
 // which thread ran it.
 struct ObservingRequestManager final : VLMSDKRequestManager {

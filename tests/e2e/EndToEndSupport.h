@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -19,6 +20,8 @@
 namespace e2e {
 
 inline constexpr const char* kSandboxToken = "sandbox-token";
+// How long a test waits for what must come: a hang guard, never a measure.
+inline constexpr std::chrono::seconds kLimit{30};
 
 /// One completion call, whatever the operation's result type.
 struct Delivery {

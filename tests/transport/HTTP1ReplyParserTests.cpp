@@ -11,7 +11,7 @@ namespace {
 
 using Parser = vlmsdk::detail::VLMSDKHTTP1ReplyParser;
 
-struct Outcome {
+struct ParseOutcome {
     Parser::State state;
     Parser::Failure failure;
     long status;
@@ -22,8 +22,8 @@ struct Outcome {
 };
 
 // Feeds `text` in the pieces `split` cuts (each a piece's length), then the connection's end if `close`.
-Outcome feedInPieces(const std::string& text, const std::vector<std::size_t>& split, bool close, Parser::Limits limits,
-                     bool bodyless) {
+ParseOutcome feedInPieces(const std::string& text, const std::vector<std::size_t>& split, bool close,
+                          Parser::Limits limits, bool bodyless) {
     Parser parser(limits, bodyless);
     std::size_t at = 0, used = 0;
     for (const std::size_t length : split) {
@@ -145,7 +145,7 @@ const std::vector<Row>& refusedReplies() {
 void checkEverySplit(const Row& row, Parser::Limits limits = Parser::Limits()) {
     SCOPED_TRACE(row.what);
     forEverySplit(row.text, [&](const std::vector<std::size_t>& split) {
-        const Outcome outcome = feedInPieces(row.text, split, row.close, limits, row.bodyless);
+        const ParseOutcome outcome = feedInPieces(row.text, split, row.close, limits, row.bodyless);
         SCOPED_TRACE("in " + std::to_string(split.size()) + " piece(s), the first " + std::to_string(split.front()) +
                      " bytes; " + outcome.reason);
         EXPECT_EQ(outcome.state, row.state);

@@ -346,16 +346,16 @@ TEST_P(TransportFaults, APostTheServerActsOnAndDropsWithoutAnswerGoesOutOnceOver
     EXPECT_EQ(seen[3], connectionOf(seen[2]) + " POST /goaway-pay");
 }
 
-std::string modeName(const ::testing::TestParamInfo<std::tuple<Mode, Transport>>& info) {
+std::string faultModeName(const ::testing::TestParamInfo<std::tuple<Mode, Transport>>& info) {
     return std::get<Mode>(info.param) == Mode::Pumped ? "Pumped" : "Threaded";
 }
 INSTANTIATE_TEST_SUITE_P(LibCurl, TransportFaults,
                          ::testing::Combine(::testing::Values(Mode::Pumped, Mode::Threaded),
                                             ::testing::Values(Transport::LibCurl)),
-                         modeName);
+                         faultModeName);
 INSTANTIATE_TEST_SUITE_P(HTTP1, TransportFaults,
                          ::testing::Combine(::testing::Values(Mode::Pumped, Mode::Threaded),
                                             ::testing::Values(Transport::HTTP1)),
-                         modeName);
+                         faultModeName);
 
 }  // namespace

@@ -17,7 +17,6 @@ namespace {
 
 constexpr int kStepCount = 8;
 constexpr const char* kIndent = "      ";
-constexpr const char* kToolErrorDomain = "com.velmora.tools.vlmsdk-pms";
 
 std::string itemList(const std::vector<PMSChargeItem>& items) {
     std::string list;
@@ -79,7 +78,7 @@ std::shared_ptr<VLMSDKReservation> PMSDemo::createFresh(const std::vector<PMSDem
         note("Every booking the demo knows was walked on this service already, so its bookings are back as seeded "
              "now (as vlmsdk-pms sandbox reset does).");
     }
-    auto error = VLMError::errorWithCode(VLMErrorCode::Unknown, kToolErrorDomain,
+    auto error = VLMError::errorWithCode(VLMErrorCode::Unknown, PMSOperationRunner::kErrorDomain,
                                          "Every booking the demo knows was walked on this service already (" +
                                              walked + ").",
                                          __func__, __FILE__);

@@ -4,15 +4,6 @@
 
 #include <utility>
 
-namespace {
-
-template <class T>
-PMSJSON orNull(const std::optional<T>& value) {
-    return value ? PMSJSON(*value) : PMSJSON(nullptr);
-}
-
-}  // namespace
-
 PMSFailure::PMSFailure(std::string operation, VLMErrorPtr error, std::string hint,
                        std::optional<std::string> reservationID, std::optional<std::string> reservationStatus)
     : operation_(std::move(operation)), error_(std::move(error)), hint_(std::move(hint)),
@@ -47,11 +38,11 @@ PMSJSON PMSFailure::document() const {
                  {"operation", operation_},
                  {"code", PMSRecordJSON::codeName(error_->code())},
                  {"message", PMSShownText::cut(error_->developerMessage())},
-                 {"httpStatus", orNull(error_->httpStatusCode())},
-                 {"serverMessage", orNull(serverMessage)},
+                 {"httpStatus", PMSRecordJSON::orNull(error_->httpStatusCode())},
+                 {"serverMessage", PMSRecordJSON::orNull(serverMessage)},
                  {"requestID", error_->requestID() ? PMSJSON(PMSShownText::cut(*error_->requestID())) : PMSJSON(nullptr)},
                  {"hint", hint_.empty() ? PMSJSON(nullptr) : PMSJSON(hint_)},
-                 {"reservationID", orNull(reservationID_)},
-                 {"reservationStatus", orNull(reservationStatus_)},
+                 {"reservationID", PMSRecordJSON::orNull(reservationID_)},
+                 {"reservationStatus", PMSRecordJSON::orNull(reservationStatus_)},
              }}};
 }

@@ -9,11 +9,6 @@
 
 namespace {
 
-constexpr const char* kToolErrorDomain = "com.velmora.tools.vlmsdk-pms";
-
-// The transport enforces the same limit; this margin lets its own, more precise, error arrive first.
-constexpr std::chrono::milliseconds kDeliveryGrace{std::chrono::seconds(5)};
-
 std::string seconds(std::chrono::milliseconds duration) {
     const auto count = duration.count();
     std::string text = std::to_string(count / 1000);
@@ -41,14 +36,14 @@ PMSOutcome<Result> PMSOperationRunner::await(const char* operation, Start start)
     const bool arrived =
         VLMSDKMainQueue::runUntil([&delivered] { return delivered->has_value(); }, timeout_ + kDeliveryGrace);
     if (!arrived) {
-        return {Result{}, VLMError::errorWithCode(VLMErrorCode::Timeout, kToolErrorDomain,
+        return {Result{}, VLMError::errorWithCode(VLMErrorCode::Timeout, kErrorDomain,
                                                   std::string(operation) + ": no outcome within " +
                                                       seconds(timeout_ + kDeliveryGrace) + " (see --timeout).",
                                                   __func__, __FILE__)};
     }
     PMSOutcome<Result> outcome = std::move(**delivered);
     if (!outcome.error && !outcome.result) {
-        outcome.error = VLMError::errorWithCode(VLMErrorCode::Unknown, kToolErrorDomain,
+        outcome.error = VLMError::errorWithCode(VLMErrorCode::Unknown, kErrorDomain,
                                                 std::string(operation) + ": the kit delivered neither a result nor an error.",
                                                 __func__, __FILE__);
     }

@@ -29,6 +29,12 @@ struct PMSOutcome {
 /// Main thread only.
 class PMSOperationRunner {
 public:
+    /// The domain of the errors the tool makes itself (an operation that never answered, a demo step).
+    static constexpr const char* kErrorDomain = "com.velmora.tools.vlmsdk-pms";
+    /// How long past the operation's own timeout the tool waits for its completion: the transport enforces the
+    /// same limit, and this margin lets its own, more precise, error arrive first.
+    static constexpr std::chrono::milliseconds kDeliveryGrace{std::chrono::seconds(5)};
+
     PMSOperationRunner(const VLMSDKAPIManager& manager, std::chrono::milliseconds timeout);
 
     PMSOutcome<std::shared_ptr<VLMSDKReservation>> createReservation(const std::string& confirmationNumber,

@@ -1,6 +1,8 @@
 #include "PMSOutboxCommands.h"
 
 #include "PMSArgumentRules.h"
+#include "PMSCommandLine.h"
+#include "PMSOperationRunner.h"
 #include "PMSOutboxFile.h"
 #include "PMSOutboxReport.h"
 #include "PMSOutboxSender.h"
@@ -15,14 +17,6 @@
 #include <ostream>
 
 namespace {
-
-// Exit statuses, as the rest of the tool uses them.
-constexpr int kSucceeded = 0;
-constexpr int kFailed = 1;
-constexpr int kNotReached = 3;
-
-// The service's own limit comes first; this margin lets its more precise error arrive (as PMSOperationRunner).
-constexpr std::chrono::milliseconds kDeliveryGrace{std::chrono::seconds(5)};
 
 const char* const kNoStateDirectory = "no HOME or XDG_STATE_HOME to keep the outbox in; give --outbox FILE";
 
@@ -48,7 +42,9 @@ bool PMSOutboxCommands::sendSelected() const { return send_->parsed(); }
 
 int PMSOutboxCommands::run(const PMSSettings& settings) {
     json_ = settings.json;
-    if (PMSOutboxFile(settings.outboxFile).path().empty()) return fail(kFailed, "outbox", kNoStateDirectory);
+    if (PMSOutboxFile(settings.outboxFile).path().empty()) {
+        return fail(PMSCommandLine::kOperationFailed, "outbox", kNoStateDirectory);
+    }
     if (list_->parsed()) return list(settings);
     if (cancel_->parsed()) return cancel(settings);
     return clear(settings);
@@ -61,14 +57,17 @@ int PMSOutboxCommands::enqueue(const PMSSettings& settings, const std::string& o
     const PMSOutboxFile file(settings.outboxFile);
     std::string problem;
     const auto outbox = file.openOffline(err_, &problem);
-    if (!outbox) return fail(kFailed, name, problem);
+    if (!outbox) return fail(PMSCommandLine::kOperationFailed, name, problem);
     VLMErrorPtr error;
     const auto id = enqueue(*outbox, &error);
-    if (!id) return fail(kFailed, name, error ? PMSShownText::line(error->developerMessage()) : "nothing was queued");
+    if (!id) {
+        return fail(PMSCommandLine::kOperationFailed, name,
+                    error ? PMSShownText::line(error->developerMessage()) : "nothing was queued");
+    }
     write("Queued " + operation + " for " + reservationID + " as item " + std::to_string(*id) + ".\n",
           {{"queued",
             {{"id", *id}, {"operation", operation}, {"reservationID", reservationID}, {"outbox", file.path()}}}});
-    return kSucceeded;
+    return PMSCommandLine::kSucceeded;
 }
 
 int PMSOutboxCommands::send(const PMSSettings& settings, const PMSServiceConnection& connection,
@@ -77,9 +76,9 @@ int PMSOutboxCommands::send(const PMSSettings& settings, const PMSServiceConnect
     const PMSOutboxFile file(settings.outboxFile);
     std::string problem;
     const auto outbox = file.open(connection.apiManager(), err_, &problem);
-    if (!outbox) return fail(kFailed, "outbox send", problem);
+    if (!outbox) return fail(PMSCommandLine::kOperationFailed, "outbox send", problem);
     PMSOutboxSender sender(*outbox, printer, explainer);
-    return sender.run(settings.timeout + kDeliveryGrace, file.path(), connection.shownURL());
+    return sender.run(settings.timeout + PMSOperationRunner::kDeliveryGrace, file.path(), connection.shownURL());
 }
 
 int PMSOutboxCommands::sendWithoutService(const PMSSettings& settings, const std::string& problem) {
@@ -89,11 +88,11 @@ int PMSOutboxCommands::sendWithoutService(const PMSSettings& settings, const std
     if (file.exists()) {
         std::string why;
         const auto outbox = file.openOffline(err_, &why);
-        if (!outbox) return fail(kFailed, "outbox send", why);
+        if (!outbox) return fail(PMSCommandLine::kOperationFailed, "outbox send", why);
         waiting = outbox->pending().size() + outbox->unacknowledged().size();
     }
     if (waiting == 0) return PMSOutboxSender::reportNothing(PMSOutputPrinter(out_, err_, json_), file.path());
-    return fail(kNotReached, "outbox send",
+    return fail(PMSCommandLine::kServiceUnavailable, "outbox send",
                 problem + "; " + std::to_string(waiting) + (waiting == 1 ? " item waits" : " items wait") + " in " +
                     file.path());
 }
@@ -105,7 +104,7 @@ int PMSOutboxCommands::list(const PMSSettings& settings) {
     if (file.exists()) {
         std::string problem;
         const auto outbox = file.openOffline(err_, &problem);
-        if (!outbox) return fail(kFailed, "outbox list", problem);
+        if (!outbox) return fail(PMSCommandLine::kOperationFailed, "outbox list", problem);
         pending = outbox->pending();
         outcomes = outbox->unacknowledged();
     }
@@ -113,17 +112,17 @@ int PMSOutboxCommands::list(const PMSSettings& settings) {
     for (const auto& item : pending) document["pending"].push_back(PMSOutboxReport::item(item));
     for (const auto& outcome : outcomes) document["outcomes"].push_back(PMSOutboxReport::outcome(outcome));
     write(PMSOutboxReport::listText(pending, outcomes, file.path()), document);
-    return kSucceeded;
+    return PMSCommandLine::kSucceeded;
 }
 
 int PMSOutboxCommands::cancel(const PMSSettings& settings) {
     const std::int64_t id = *PMSArgumentRules::itemNumber(itemText_);
     const PMSOutboxFile file(settings.outboxFile);
     const std::string unknown = "no item " + itemText_ + " in " + file.path();
-    if (!file.exists()) return fail(kFailed, "outbox cancel", unknown);
+    if (!file.exists()) return fail(PMSCommandLine::kOperationFailed, "outbox cancel", unknown);
     std::string problem;
     const auto outbox = file.openOffline(err_, &problem);
-    if (!outbox) return fail(kFailed, "outbox cancel", problem);
+    if (!outbox) return fail(PMSCommandLine::kOperationFailed, "outbox cancel", problem);
     const auto pending = outbox->pending();
     const auto item = std::find_if(pending.begin(), pending.end(), [&](const auto& each) { return each.id == id; });
     if (item != pending.end() && outbox->cancel(id)) {
@@ -132,21 +131,21 @@ int PMSOutboxCommands::cancel(const PMSSettings& settings) {
         write("Cancelled item " + itemText_ + ".\n",
               {{"cancelled", {{"id", id}, {"operation", VLMSDKOutboxOperationName(item->operation)},
                               {"reservationID", PMSShownText::cut(item->reservationID)}}}});
-        return kSucceeded;
+        return PMSCommandLine::kSucceeded;
     }
     if (item != pending.end()) {
-        return fail(kFailed, "outbox cancel",
+        return fail(PMSCommandLine::kOperationFailed, "outbox cancel",
                     "item " + itemText_ + " (" + PMSOutboxReport::operation(*item) +
                         ") was sent already: the service may have acted on it, so it cannot be cancelled; "
                         "'vlmsdk-pms outbox send' finishes it");
     }
     for (const auto& outcome : outbox->unacknowledged()) {
         if (outcome.item.id != id) continue;
-        return fail(kFailed, "outbox cancel",
+        return fail(PMSCommandLine::kOperationFailed, "outbox cancel",
                     "item " + itemText_ + " (" + PMSOutboxReport::operation(outcome.item) + ") has ended (" +
                         PMSOutboxReport::kindName(outcome.kind) + "); 'vlmsdk-pms outbox send' shows its outcome");
     }
-    return fail(kFailed, "outbox cancel", unknown);
+    return fail(PMSCommandLine::kOperationFailed, "outbox cancel", unknown);
 }
 
 int PMSOutboxCommands::clear(const PMSSettings& settings) {
@@ -155,7 +154,7 @@ int PMSOutboxCommands::clear(const PMSSettings& settings) {
     if (file.exists()) {
         std::string problem;
         const auto outbox = file.openOffline(err_, &problem);
-        if (!outbox) return fail(kFailed, "outbox clear", problem);
+        if (!outbox) return fail(PMSCommandLine::kOperationFailed, "outbox clear", problem);
         for (const auto& outcome : outbox->unacknowledged()) {
             if (outbox->acknowledge(outcome.item.id)) acknowledged.push_back(outcome.item.id);
         }
@@ -180,7 +179,7 @@ int PMSOutboxCommands::clear(const PMSSettings& settings) {
     }
     if (text.empty()) text = "Nothing to clear: no item waits in " + file.path() + ".\n";
     write(text, {{"outbox", file.path()}, {"acknowledged", acknowledged}, {"cancelled", cancelled}, {"kept", kept}});
-    return kSucceeded;
+    return PMSCommandLine::kSucceeded;
 }
 
 int PMSOutboxCommands::fail(int status, const std::string& operation, const std::string& message) const {

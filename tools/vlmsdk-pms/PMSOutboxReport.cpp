@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr std::size_t kErrorLimit = 200;
-
 std::string time(std::chrono::system_clock::time_point at) {
     return PMSRecordJSON::time(std::chrono::floor<std::chrono::seconds>(at));
 }
@@ -120,7 +118,7 @@ std::string PMSOutboxReport::listText(const std::vector<VLMSDKOutboxItem>& pendi
         for (const auto& each : pending) {
             rows.push_back({std::to_string(each.id), VLMSDKOutboxOperationName(each.operation),
                             PMSShownText::line(each.reservationID), std::to_string(each.attempts), time(each.enqueuedAt),
-                            details(each), PMSShownText::line(each.lastError, kErrorLimit)});
+                            details(each), PMSShownText::line(each.lastError, PMSShownText::kErrorLimit)});
         }
         text += table(rows, "  ");
     }

@@ -13,7 +13,6 @@
 namespace {
 
 constexpr std::chrono::milliseconds kPumpStep{50};
-constexpr std::size_t kErrorLimit = 200;
 
 }  // namespace
 
@@ -55,7 +54,7 @@ int PMSOutboxSender::run(std::chrono::milliseconds limit, const std::string& fil
                     " in " + file + ", not taken by the service at " + serviceURL + " (item " +
                     std::to_string(pending.front().id) + ": " +
                     (lastError.empty() ? "no answer within the time limit, see --timeout"
-                                       : PMSShownText::line(lastError, kErrorLimit)) +
+                                       : PMSShownText::line(lastError, PMSShownText::kErrorLimit)) +
                     "); 'vlmsdk-pms outbox send' will try again";
     }
     if (succeeded_ + failed_ + cancelled_ == 0 && pending.empty()) return reportNothing(printer_, file);

@@ -15,11 +15,6 @@
 
 namespace {
 
-template <class T>
-PMSJSON orNull(const std::optional<T>& value) {
-    return value ? PMSJSON(*value) : PMSJSON(nullptr);
-}
-
 // JSON has no NaN or infinity: those print as null.
 PMSJSON number(const std::optional<double>& value) {
     if (!value || !std::isfinite(*value)) return nullptr;
@@ -55,32 +50,32 @@ PMSJSON PMSRecordJSON::reservation(const VLMSDKReservation& reservation) {
         guests.push_back(each ? guest(*each) : PMSJSON(nullptr));
     }
     return {
-        {"velmoraID", orNull(reservation.velmoraID())},
-        {"status", orNull(reservation.statusStringRepresentation())},
-        {"externalReservationID", orNull(reservation.externalReservationID())},
-        {"internalReservationID", orNull(reservation.internalReservationID())},
-        {"clientSideID", orNull(reservation.clientSideID())},
-        {"venueVelmoraID", orNull(reservation.venueVelmoraID())},
-        {"guestVelmoraID", orNull(reservation.guestVelmoraID())},
-        {"checkinVelmoraID", orNull(reservation.checkinVelmoraID())},
+        {"velmoraID", PMSRecordJSON::orNull(reservation.velmoraID())},
+        {"status", PMSRecordJSON::orNull(reservation.statusStringRepresentation())},
+        {"externalReservationID", PMSRecordJSON::orNull(reservation.externalReservationID())},
+        {"internalReservationID", PMSRecordJSON::orNull(reservation.internalReservationID())},
+        {"clientSideID", PMSRecordJSON::orNull(reservation.clientSideID())},
+        {"venueVelmoraID", PMSRecordJSON::orNull(reservation.venueVelmoraID())},
+        {"guestVelmoraID", PMSRecordJSON::orNull(reservation.guestVelmoraID())},
+        {"checkinVelmoraID", PMSRecordJSON::orNull(reservation.checkinVelmoraID())},
         {"checkinDate", dateOrNull(reservation.checkinDate())},
         {"checkoutDate", dateOrNull(reservation.checkoutDate())},
-        {"roomNumber", orNull(reservation.roomNumber())},
-        {"priceCurrencyCode", orNull(reservation.priceCurrencyCode())},
+        {"roomNumber", PMSRecordJSON::orNull(reservation.roomNumber())},
+        {"priceCurrencyCode", PMSRecordJSON::orNull(reservation.priceCurrencyCode())},
         {"totalStayPriceAmount", number(reservation.totalStayPriceAmount())},
         {"remainPriceAmountToPay", number(reservation.remainPriceAmountToPay())},
         {"notSyncedPaidPriceAmount", number(reservation.notSyncedPaidPriceAmount())},
         {"isMobileCheckinOpen", reservation.isMobileCheckinOpen()},
-        {"reservationInfo", orNull(reservation.reservationInfo())},
+        {"reservationInfo", PMSRecordJSON::orNull(reservation.reservationInfo())},
         {"guests", std::move(guests)},
     };
 }
 
 PMSJSON PMSRecordJSON::guest(const VLMSDKReservationGuest& guest) {
     return {
-        {"firstName", orNull(guest.firstName())},
-        {"lastName", orNull(guest.lastName())},
-        {"profileCode", orNull(guest.profileCode())},
+        {"firstName", PMSRecordJSON::orNull(guest.firstName())},
+        {"lastName", PMSRecordJSON::orNull(guest.lastName())},
+        {"profileCode", PMSRecordJSON::orNull(guest.profileCode())},
     };
 }
 
@@ -90,28 +85,28 @@ PMSJSON PMSRecordJSON::folio(const VLMSDKFolio& folio) {
         postings.push_back(each ? posting(*each) : PMSJSON(nullptr));
     }
     return {
-        {"folioID", orNull(folio.folioID())},
+        {"folioID", PMSRecordJSON::orNull(folio.folioID())},
         {"outstandingAmount", number(folio.outstandingAmount())},
-        {"paymentCurrency", orNull(folio.paymentCurrency())},
+        {"paymentCurrency", PMSRecordJSON::orNull(folio.paymentCurrency())},
         {"deliverables", std::move(postings)},
     };
 }
 
 PMSJSON PMSRecordJSON::posting(const VLMSDKFolioDeliverableItem& posting) {
     return {
-        {"name", orNull(posting.name())},
-        {"code", orNull(posting.code())},
+        {"name", PMSRecordJSON::orNull(posting.name())},
+        {"code", PMSRecordJSON::orNull(posting.code())},
         {"price", number(posting.price())},
-        {"currency", orNull(posting.currency())},
+        {"currency", PMSRecordJSON::orNull(posting.currency())},
     };
 }
 
 PMSJSON PMSRecordJSON::transaction(const VLMSDKPaymentTransaction& transaction) {
     return {
-        {"velmoraID", orNull(transaction.velmoraID())},
-        {"status", orNull(transaction.status())},
+        {"velmoraID", PMSRecordJSON::orNull(transaction.velmoraID())},
+        {"status", PMSRecordJSON::orNull(transaction.status())},
         {"amount", number(transaction.amount())},
-        {"currencyCode", orNull(transaction.currencyCode())},
+        {"currencyCode", PMSRecordJSON::orNull(transaction.currencyCode())},
         {"creditCardID",
          transaction.creditCardID() ? PMSJSON(PMSRedaction::cardID(*transaction.creditCardID())) : PMSJSON(nullptr)},
         {"createdAt", transaction.createdAt() ? PMSJSON(time(*transaction.createdAt())) : PMSJSON(nullptr)},

@@ -22,6 +22,12 @@ using PMSJSON = nlohmann::ordered_json;
 /// shows it.
 class PMSRecordJSON {
 public:
+    /// `value`, or null when it is absent.
+    template <class T>
+    static PMSJSON orNull(const std::optional<T>& value) {
+        return value ? PMSJSON(*value) : PMSJSON(nullptr);
+    }
+
     static PMSJSON reservation(const VLMSDKReservation& reservation);
     static PMSJSON guest(const VLMSDKReservationGuest& guest);
     static PMSJSON folio(const VLMSDKFolio& folio);

@@ -2,6 +2,7 @@
 
 #include "PMSArgumentRules.h"
 #include "PMSBackgroundSandbox.h"
+#include "PMSCommandLine.h"
 #include "PMSServiceURL.h"
 #include "PMSShownText.h"
 #include "PMSUsage.h"
@@ -20,12 +21,6 @@ namespace {
 
 using nlohmann::json;
 using namespace std::chrono_literals;
-
-// Exit statuses, as the rest of the tool uses them.
-constexpr int kSucceeded = 0;
-constexpr int kFailed = 1;
-constexpr int kUsageError = 2;
-constexpr int kNotRunning = 3;
 
 constexpr auto kAdminTimeout = 10s;
 constexpr auto kFollowEvery = 500ms;
@@ -129,7 +124,8 @@ std::optional<PMSSandboxCommands::Target> PMSSandboxCommands::target(const PMSSe
     if (settings.baseURL) return Target{*settings.baseURL, settings.token.value_or(PMSBackgroundSandbox::kDefaultToken)};
     if (auto running = PMSBackgroundSandbox().running())
         return Target{running->url, settings.token.value_or(running->token)};
-    fail(kNotRunning, "no background pms-sandbox is running; start one with: vlmsdk-pms sandbox start");
+    fail(PMSCommandLine::kServiceUnavailable,
+         "no background pms-sandbox is running; start one with: vlmsdk-pms sandbox start");
     return std::nullopt;
 }
 
@@ -139,8 +135,9 @@ std::optional<json> PMSSandboxCommands::call(const Target& target, const std::st
     const auto reply = client.send(method, "/_sandbox/" + route, body);
     if (reply.status == 0) {
         const auto url = PMSServiceURL::parse(target.url);
-        fail(kFailed, "no reply from " + (url ? url->shown() : std::string("the service")) + ": " +
-                          PMSShownText::line(reply.error));
+        fail(PMSCommandLine::kOperationFailed, "no reply from " +
+                                                   (url ? url->shown() : std::string("the service")) + ": " +
+                                                   PMSShownText::line(reply.error));
         return std::nullopt;
     }
     json document = json::parse(reply.body, nullptr, false);
@@ -148,7 +145,8 @@ std::optional<json> PMSSandboxCommands::call(const Target& target, const std::st
         const std::string message = document.is_object() && document.contains("error")
                                         ? text(document["error"].value("message", json()))
                                         : reply.body;
-        fail(kFailed, "HTTP " + std::to_string(reply.status) + ": " + PMSShownText::line(message));
+        fail(PMSCommandLine::kOperationFailed,
+             "HTTP " + std::to_string(reply.status) + ": " + PMSShownText::line(message));
         return std::nullopt;
     }
     return document;
@@ -157,13 +155,13 @@ std::optional<json> PMSSandboxCommands::call(const Target& target, const std::st
 int PMSSandboxCommands::start(const PMSSettings& settings) const {
     if (settings.baseURL) {
         err_ << "vlmsdk-pms: sandbox start: runs a local service, so it takes no --base-url\n";
-        return kUsageError;
+        return PMSCommandLine::kUsageError;
     }
     const PMSBackgroundSandbox background;
     const bool already = background.running().has_value();
     std::string error;
     const auto started = background.start(port_, settings.token.value_or(PMSBackgroundSandbox::kDefaultToken), error);
-    if (!started) return fail(kNotRunning, error);
+    if (!started) return fail(PMSCommandLine::kServiceUnavailable, error);
     const std::string origin = started->url.substr(0, started->url.find('/', started->url.find("://") + 3));
     const std::string dashboard = origin + "/#token=" + started->token;
     if (json_) {
@@ -172,20 +170,20 @@ int PMSSandboxCommands::start(const PMSSettings& settings) const {
                      {"log_file", started->logFile}}
                     .dump(2)
              << '\n';
-        return kSucceeded;
+        return PMSCommandLine::kSucceeded;
     }
     out_ << "pms-sandbox " << (already ? "already running" : "running") << " at " << started->url << " (pid "
          << started->pid << ")\n"
          << "dashboard: " << dashboard << '\n'
          << "state:     " << started->stateFile << '\n'
          << "requests:  " << started->logFile << '\n';
-    return kSucceeded;
+    return PMSCommandLine::kSucceeded;
 }
 
 int PMSSandboxCommands::stop() const {
     std::optional<PMSBackgroundSandbox::Record> stopped;
     std::string error;
-    if (!PMSBackgroundSandbox().stop(stopped, error)) return fail(kFailed, error);
+    if (!PMSBackgroundSandbox().stop(stopped, error)) return fail(PMSCommandLine::kOperationFailed, error);
     if (json_) {
         json document = {{"stopped", stopped.has_value()}};
         if (stopped) document["pid"] = stopped->pid;
@@ -195,7 +193,7 @@ int PMSSandboxCommands::stop() const {
     } else {
         out_ << "pms-sandbox is not running\n";
     }
-    return kSucceeded;
+    return PMSCommandLine::kSucceeded;
 }
 
 int PMSSandboxCommands::status(const PMSSettings& settings) const {
@@ -210,14 +208,14 @@ int PMSSandboxCommands::status(const PMSSettings& settings) const {
     } else {
         out_ << "pms-sandbox is not running\n";
     }
-    return running ? kSucceeded : kNotRunning;
+    return running ? PMSCommandLine::kSucceeded : PMSCommandLine::kServiceUnavailable;
 }
 
 int PMSSandboxCommands::admin(const PMSSettings& settings) {
     std::optional<std::string> body;
-    if (faultAdd_->parsed() && !(body = faultBody())) return kUsageError;
+    if (faultAdd_->parsed() && !(body = faultBody())) return PMSCommandLine::kUsageError;
     const auto service = target(settings);
-    if (!service) return kNotRunning;
+    if (!service) return PMSCommandLine::kServiceUnavailable;
     if (log_->parsed() && follow_) return follow(*service, settings);
 
     std::optional<json> document;
@@ -228,10 +226,10 @@ int PMSSandboxCommands::admin(const PMSSettings& settings) {
     if (faultList_->parsed()) document = call(*service, "GET", "faults");
     if (faultClear_->parsed()) document = call(*service, "DELETE", "faults");
     if (faultAdd_->parsed()) document = call(*service, "POST", "faults", *body);
-    if (!document) return kFailed;
+    if (!document) return PMSCommandLine::kOperationFailed;
     if (settings.json) {
         out_ << document->dump(2) << '\n';
-        return kSucceeded;
+        return PMSCommandLine::kSucceeded;
     }
 
     if (reset_->parsed()) out_ << "Every booking is back as seeded.\n";
@@ -261,7 +259,7 @@ int PMSSandboxCommands::admin(const PMSSettings& settings) {
         if (faults.empty()) out_ << "No faults are active.\n";
         for (std::size_t i = 0; i < faults.size(); ++i) out_ << i + 1 << ". " << faultLine(faults[i]) << '\n';
     }
-    return kSucceeded;
+    return PMSCommandLine::kSucceeded;
 }
 
 int PMSSandboxCommands::follow(const Target& target, const PMSSettings& settings) const {
@@ -272,7 +270,7 @@ int PMSSandboxCommands::follow(const Target& target, const PMSSettings& settings
     const auto until = std::chrono::steady_clock::now() + *PMSArgumentRules::seconds(followFor_);
     while (!interrupted && std::chrono::steady_clock::now() < until) {
         const auto document = call(target, "GET", route);
-        if (!document) return kFailed;
+        if (!document) return PMSCommandLine::kOperationFailed;
         for (const json& entry : (*document)["requests"]) {
             // One still in flight is shown once it is answered, and holds back those after it.
             const json* note = entry.contains("note") ? &entry["note"] : nullptr;
@@ -283,7 +281,7 @@ int PMSSandboxCommands::follow(const Target& target, const PMSSettings& settings
         route = "requests?limit=1000&after=" + std::to_string(shown);
         for (auto slept = 0ms; slept < kFollowEvery && !interrupted; slept += 50ms) std::this_thread::sleep_for(50ms);
     }
-    return kSucceeded;
+    return PMSCommandLine::kSucceeded;
 }
 
 std::string PMSSandboxCommands::chosenName() const {

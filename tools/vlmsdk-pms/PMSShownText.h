@@ -12,6 +12,8 @@ class PMSShownText {
 public:
     /// How much of a message (server or error) is shown.
     static constexpr std::size_t kMessageLimit = 500;
+    /// How much of an error is shown on a line of the outbox's list or report.
+    static constexpr std::size_t kErrorLimit = 200;
     /// How much of a body is shown at -vv.
     static constexpr std::size_t kBodyLimit = 16 * 1024;
 

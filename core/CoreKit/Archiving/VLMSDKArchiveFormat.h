@@ -13,9 +13,13 @@
 //            Date: i64 days since 1970-01-01; Time: i64 seconds since 1970-01-01T00:00:00Z;
 //            Record: record; RecordArray: u32 count, records
 
+#include <Velmora_Errors/VLMError.h>
+#include <VLMSDKCoreKit/VLMSDKSourceLocation.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace vlmsdk::detail {
 
@@ -25,6 +29,13 @@ inline constexpr std::size_t kArchiveHeaderSize = 12;
 inline constexpr std::size_t kArchiveTrailerSize = 4;
 // Records nested deeper than this are refused on both sides, so reading never exhausts the stack.
 inline constexpr int kArchiveMaxDepth = 64;
+
+// Every archiving failure, located where it was made.
+inline VLMErrorPtr archiveError(std::string message,
+                                VLMSDKSourceLocation location = VLMSDKSourceLocation::current()) {
+    return VLMError::errorWithCode(VLMErrorCode::Archive, kVLMSDKArchiveErrorDomain, std::move(message),
+                                   location.function, location.file);
+}
 
 enum class ArchiveTag : std::uint8_t { Absent = 0, String, Double, Bool, Date, Time, Record, RecordArray };
 

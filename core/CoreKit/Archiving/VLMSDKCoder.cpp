@@ -1,16 +1,15 @@
 #include <VLMSDKCoreKit/Archiving/VLMSDKCoder.h>
 
+#include "VLMSDKArchiveFormat.h"
+
 #include <VLMSDKCoreKit/VLMSDKAsserts.h>
 #include <VLMSDKCoreKit/VLMSDKSourceLocation.h>
 
 #include <exception>
 
-namespace {
+using vlmsdk::detail::archiveError;
 
-VLMErrorPtr archiveError(std::string message, VLMSDKSourceLocation location = VLMSDKSourceLocation::current()) {
-    return VLMError::errorWithCode(VLMErrorCode::Archive, kVLMSDKArchiveErrorDomain, std::move(message),
-                                   location.function, location.file);
-}
+namespace {
 
 // The listed property, or nullptr (reported: a name the class lacks is a programmer error).
 const VLMSDKProperty* listedProperty(const VLMSDKClass& objectClass, const std::string& name) {

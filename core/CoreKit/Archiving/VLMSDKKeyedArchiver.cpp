@@ -11,15 +11,6 @@
 
 using namespace vlmsdk::detail;
 
-namespace {
-
-VLMErrorPtr archiveError(std::string message, VLMSDKSourceLocation location = VLMSDKSourceLocation::current()) {
-    return VLMError::errorWithCode(VLMErrorCode::Archive, kVLMSDKArchiveErrorDomain, std::move(message),
-                                   location.function, location.file);
-}
-
-}  // namespace
-
 struct VLMSDKKeyedArchiver::State {
     struct OpenRecord {
         std::size_t countOffset;

@@ -16,11 +16,6 @@ using namespace vlmsdk::detail;
 
 namespace {
 
-VLMErrorPtr archiveError(std::string message, VLMSDKSourceLocation location = VLMSDKSourceLocation::current()) {
-    return VLMError::errorWithCode(VLMErrorCode::Archive, kVLMSDKArchiveErrorDomain, std::move(message),
-                                   location.function, location.file);
-}
-
 struct Value {
     ArchiveTag tag = ArchiveTag::Absent;
     std::uint64_t bits = 0;           // Double, Bool, Date, Time (as the integer written)

@@ -6,13 +6,11 @@
 
 namespace {
 
-bool isASCIISpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
-
 VLMSDKMappedValue currencyCodeOfText(std::string_view text) {
     std::size_t begin = 0;
     std::size_t end = text.size();
-    while (begin < end && isASCIISpace(text[begin])) ++begin;
-    while (end > begin && isASCIISpace(text[end - 1])) --end;
+    while (begin < end && vlmsdk::detail::isASCIISpace(text[begin])) ++begin;
+    while (end > begin && vlmsdk::detail::isASCIISpace(text[end - 1])) --end;
     std::string code(text.substr(begin, end - begin));
     // ASCII only: a locale must not change what a currency code becomes.
     for (char& c : code) {

@@ -17,17 +17,15 @@
 
 namespace {
 
-using Entry = VLMSDKObjectMapping::Entry;
+using MappingEntry = VLMSDKObjectMapping::Entry;
 
 // Deeper JSON than this is refused rather than risk the stack on a self-nesting class.
-constexpr int kMaxDepth = 100;
-
-bool isASCIISpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+constexpr int kMaxMappedDepth = 100;
 
 // The number that the whole of `text` spells (white space around it allowed), in decimal or exponent form.
 bool numberFromText(std::string_view text, double& number) {
-    while (!text.empty() && isASCIISpace(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isASCIISpace(text.back())) text.remove_suffix(1);
+    while (!text.empty() && vlmsdk::detail::isASCIISpace(text.front())) text.remove_prefix(1);
+    while (!text.empty() && vlmsdk::detail::isASCIISpace(text.back())) text.remove_suffix(1);
     const bool negative = !text.empty() && text.front() == '-';
     if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
     // Only digits or a point may follow the sign: "inf", "nan" and a second sign are no amounts.
@@ -103,7 +101,7 @@ public:
     template <class Visit>
     bool forEachEntry(const VLMSDKObjectMapping& mapping, Visit&& visit) const {
         const auto& object = value_->get_ref<const VLMSDKJSON::object_t&>();
-        for (const Entry& entry : mapping.entries()) {
+        for (const MappingEntry& entry : mapping.entries()) {
             const auto found = object.find(entry.jsonKey);
             if (found == object.end() || found->second.is_null()) continue;
             if (!visit(entry, TreeNode(found->second))) return false;
@@ -205,9 +203,9 @@ public:
                               nullptr);
             return nullptr;
         }
-        if (depth > kMaxDepth) {
-            error = makeError(mapping.objectClass().name() + ": JSON nested more than " + std::to_string(kMaxDepth) +
-                                  " records deep",
+        if (depth > kMaxMappedDepth) {
+            error = makeError(mapping.objectClass().name() + ": JSON nested more than " +
+                                  std::to_string(kMaxMappedDepth) + " records deep",
                               nullptr);
             return nullptr;
         }
@@ -216,14 +214,14 @@ public:
             error = makeError(mapping.objectClass().name() + ": the class makes no instances", nullptr);
             return nullptr;
         }
-        const bool stored = json.forEachEntry(mapping, [&](const Entry& entry, const Node& value) {
+        const bool stored = json.forEachEntry(mapping, [&](const MappingEntry& entry, const Node& value) {
             return storeEntry(*record, mapping, entry, value, depth);
         });
         return stored ? record : nullptr;
     }
 
 private:
-    bool fail(const VLMSDKObjectMapping& mapping, const Entry& entry, const std::string& why,
+    bool fail(const VLMSDKObjectMapping& mapping, const MappingEntry& entry, const std::string& why,
               VLMErrorPtr underlying = nullptr) {
         error = makeError(mapping.objectClass().name() + ": key \"" + entry.jsonKey + "\" (property " +
                               entry.property->name() + "): " + why,
@@ -231,18 +229,18 @@ private:
         return false;
     }
 
-    bool wrongKind(const VLMSDKObjectMapping& mapping, const Entry& entry, const char* typeName) {
+    bool wrongKind(const VLMSDKObjectMapping& mapping, const MappingEntry& entry, const char* typeName) {
         return fail(mapping, entry, std::string("expected ") + kindName(entry.property->kind()) + ", got " + typeName);
     }
 
-    bool put(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+    bool put(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const MappingEntry& entry,
              VLMSDKPropertyValue&& value) {
         if (entry.property->set(record, std::move(value))) return true;
         return fail(mapping, entry, std::string("the value does not fit the ") + kindName(entry.property->kind()) +
                                         " property");
     }
 
-    bool storeEntry(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+    bool storeEntry(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const MappingEntry& entry,
                     const Node& value, int depth) {
         switch (entry.kind) {
         case VLMSDKObjectMapping::EntryKind::Plain: return storeValue(record, mapping, entry, value, depth);
@@ -255,7 +253,7 @@ private:
 
     // `Value` is the reply's node kind, or TreeNode for what a transform gave.
     template <class Value>
-    bool storeValue(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+    bool storeValue(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const MappingEntry& entry,
                     const Value& value, int depth) {
         std::string_view text;
         switch (entry.property->kind()) {
@@ -288,7 +286,7 @@ private:
         return true;
     }
 
-    bool storeTransformed(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+    bool storeTransformed(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const MappingEntry& entry,
                           const Node& value, int depth) {
         if (value.isString() && entry.property->kind() == VLMSDKPropertyKind::String &&
             entry.keepsText) {
@@ -304,7 +302,7 @@ private:
     }
 
     // Stores what a transform gave.
-    bool storeMapped(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+    bool storeMapped(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const MappingEntry& entry,
                      VLMSDKMappedValue&& mapped, int depth) {
         if (auto* json = std::get_if<VLMSDKJSON>(&mapped)) {
             if (json->is_null()) return true;
@@ -331,7 +329,8 @@ private:
     }
 
     // The element class's own object mapping, or a failure naming the class.
-    std::shared_ptr<const VLMSDKObjectMapping> elementMapping(const VLMSDKObjectMapping& mapping, const Entry& entry,
+    std::shared_ptr<const VLMSDKObjectMapping> elementMapping(const VLMSDKObjectMapping& mapping,
+                                                              const MappingEntry& entry,
                                                               const VLMSDKClass& elementClass) {
         std::shared_ptr<const VLMSDKObjectMapping> found;
         if (elementClass.operations().objectMapping) found = elementClass.operations().objectMapping();
@@ -340,7 +339,7 @@ private:
     }
 
     template <class Value>
-    bool storeRecord(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+    bool storeRecord(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const MappingEntry& entry,
                      const Value& value, int depth) {
         if (!value.isObject() || !entry.property->elementClass()) return wrongKind(mapping, entry, value.typeName());
         const auto nested = elementMapping(mapping, entry, *entry.property->elementClass());
@@ -355,7 +354,7 @@ private:
     }
 
     template <class Value>
-    bool storeRecords(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const Entry& entry,
+    bool storeRecords(VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, const MappingEntry& entry,
                       const VLMSDKClass& elementClass, const Value& value, int depth) {
         std::shared_ptr<const VLMSDKObjectMapping> nested;
         VLMSDKObjectArray records;

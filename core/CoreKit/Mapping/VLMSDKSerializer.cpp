@@ -9,7 +9,7 @@
 namespace {
 
 // Records that (directly or not) hold themselves are cut off here instead of recursing for ever.
-constexpr int kMaxDepth = 100;
+constexpr int kMaxSerializedDepth = 100;
 
 std::optional<VLMSDKJSON> jsonRecord(const VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, int depth);
 
@@ -85,7 +85,9 @@ std::optional<VLMSDKJSON> jsonValue(VLMSDKPropertyValue&& value, const VLMSDKCla
 }
 
 std::optional<VLMSDKJSON> jsonRecord(const VLMSDKRootObject& record, const VLMSDKObjectMapping& mapping, int depth) {
-    if (depth > kMaxDepth || !record.objectClass().isSubclassOfClass(mapping.objectClass())) return std::nullopt;
+    if (depth > kMaxSerializedDepth || !record.objectClass().isSubclassOfClass(mapping.objectClass())) {
+        return std::nullopt;
+    }
     VLMSDKJSON json = VLMSDKJSON::object();
     for (const auto& entry : mapping.entries()) {
         // A transform has no inverse, so only plain and has-many entries are written.

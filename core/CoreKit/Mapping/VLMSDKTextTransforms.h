@@ -6,6 +6,9 @@
 
 namespace vlmsdk::detail {
 
+/// White space as the C locale has it, whatever the process's locale is.
+inline bool isASCIISpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+
 /// The order of the mapping's key index: by length first, so that most comparisons end without reading
 /// the text.
 inline bool shorterOrBefore(std::string_view a, std::string_view b) {

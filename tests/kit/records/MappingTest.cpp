@@ -7,6 +7,8 @@
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservation.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservationGuest.h>
 
+#include "PrintedAddress.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -120,13 +122,6 @@ const VLMSDKJSON kFolioReply = VLMSDKJSON::parse(R"({
     ]
 })");
 
-// printf's %p of `pointer`, as descriptions print a record's address.
-std::string address(const void* pointer) {
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%p", pointer);
-    return buffer;
-}
-
 // The filled records' descriptions show, in their exact formats, what every printed property was mapped to;
 // with the identifier, that is every text property, so none took the reservation-level "last_name".
 TEST(ReservationMapping, FillsEveryPropertyFromItsKeyAsItsDescriptionShows) {
@@ -134,7 +129,7 @@ TEST(ReservationMapping, FillsEveryPropertyFromItsKeyAsItsDescriptionShows) {
     const auto reservation = mapped->resultAs<VLMSDKReservation>();
     ASSERT_TRUE(reservation) << mapped->error()->description();
     EXPECT_EQ(reservation->description(),
-              "VLMSDKReservation " + address(reservation.get()) +
+              "VLMSDKReservation " + printedAddress(reservation.get()) +
                   "; guestVelmoraID 5521; venueVelmoraID venue-7; externalReservationID CONF-2026-118; "
                   "internalReservationID PMS-000912; priceCurrencyCode EUR; checkinDate 2026-11-21 00:00:00 +0000; "
                   "checkoutDate 2026-11-24 00:00:00 +0000; totalStayPriceAmount 612.75; roomNumber 0712; "
@@ -148,7 +143,7 @@ TEST(ReservationMapping, FillsEveryPropertyFromItsKeyAsItsDescriptionShows) {
     ASSERT_EQ(reservation->guests().size(), std::size(guests));
     for (std::size_t i = 0; i < std::size(guests); ++i) {
         const auto& guest = reservation->guests()[i];
-        EXPECT_EQ(guest->description(), "VLMSDKReservationGuest " + address(guest.get()) + "; " + guests[i]);
+        EXPECT_EQ(guest->description(), "VLMSDKReservationGuest " + printedAddress(guest.get()) + "; " + guests[i]);
     }
 }
 
@@ -157,7 +152,8 @@ TEST(FolioMapping, FillsTheFolioAndItsPostingsInOrderFromTextAndNumberAmounts) {
     const auto folio = mapped->resultAs<VLMSDKFolio>();
     ASSERT_TRUE(folio) << mapped->error()->description();
     EXPECT_EQ(folio->description(),
-              "VLMSDKFolio " + address(folio.get()) + "; folioID FOL-2291; outstandingAmount 120.4; paymentCurrency GBP");
+              "VLMSDKFolio " + printedAddress(folio.get()) +
+                  "; folioID FOL-2291; outstandingAmount 120.4; paymentCurrency GBP");
     const std::string byDefault = kVLMSDKDefaultCurrencyCode;  // a posting without a currency code
     const std::string postings[] = {"name Room charge; code RM; currency GBP; price 95",
                                     "name Minibar; code MB; currency " + byDefault + "; price 12",
@@ -166,7 +162,7 @@ TEST(FolioMapping, FillsTheFolioAndItsPostingsInOrderFromTextAndNumberAmounts) {
     ASSERT_EQ(folio->deliverables().size(), std::size(postings));
     for (std::size_t i = 0; i < std::size(postings); ++i) {
         const auto& item = folio->deliverables()[i];
-        EXPECT_EQ(item->description(), "VLMSDKFolioDeliverableItem " + address(item.get()) + "; " + postings[i]);
+        EXPECT_EQ(item->description(), "VLMSDKFolioDeliverableItem " + printedAddress(item.get()) + "; " + postings[i]);
     }
 }
 

@@ -6,6 +6,8 @@
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservation.h>
 #include <VLMSDKPMSKit/Public/Models/VLMSDKReservationGuest.h>
 
+#include "PrintedAddress.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -23,13 +25,6 @@ namespace {
 
 static_assert(sizeof(VLMSDKReservationStatus) == sizeof(void*));
 static_assert(std::is_signed_v<std::underlying_type_t<VLMSDKReservationStatus>>);
-
-// printf's %p of `pointer`, as descriptions print a record's address.
-std::string address(const void* pointer) {
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%p", pointer);
-    return buffer;
-}
 
 template <class Record>
 std::shared_ptr<Record> made() {
@@ -89,23 +84,23 @@ TEST(Records, NewRecordsDescribeAbsentValuesAsNull) {
     reservation->setPriceCurrencyCode(std::nullopt);
     reservation->setGuests({guest});
     EXPECT_EQ(reservation->description(),
-              "VLMSDKReservation " + address(reservation.get()) +
+              "VLMSDKReservation " + printedAddress(reservation.get()) +
                   "; guestVelmoraID (null); venueVelmoraID (null); externalReservationID (null); "
                   "internalReservationID (null); priceCurrencyCode (null); checkinDate (null); checkoutDate (null); "
                   "totalStayPriceAmount (null); roomNumber (null); isMobileCheckinOpen 0; reservationInfo (null); "
                   "checkinVelmoraID (null), remainPriceAmountToPay (null), status (null), clientSideID (null)");
-    EXPECT_EQ(guest->description(), "VLMSDKReservationGuest " + address(guest.get()) +
+    EXPECT_EQ(guest->description(), "VLMSDKReservationGuest " + printedAddress(guest.get()) +
                                         "; firstName (null); lastName (null); profileCode (null)");
     folio->setDeliverables({item});
-    EXPECT_EQ(folio->description(), "VLMSDKFolio " + address(folio.get()) +
+    EXPECT_EQ(folio->description(), "VLMSDKFolio " + printedAddress(folio.get()) +
                                         "; folioID (null); outstandingAmount (null); paymentCurrency (null)");
     item->setCurrency(std::nullopt);
-    EXPECT_EQ(item->description(), "VLMSDKFolioDeliverableItem " + address(item.get()) +
+    EXPECT_EQ(item->description(), "VLMSDKFolioDeliverableItem " + printedAddress(item.get()) +
                                        "; name (null); code (null); currency (null); price (null)");
     // No description of its own: the root's "<ClassName: address>".
     const auto result = VLMSDKPayForReservationResult::initWithTransaction(nullptr, nullptr);
     ASSERT_TRUE(result);
-    EXPECT_EQ(result->description(), "<VLMSDKPayForReservationResult: " + address(result.get()) + ">");
+    EXPECT_EQ(result->description(), "<VLMSDKPayForReservationResult: " + printedAddress(result.get()) + ">");
 }
 
 // Every once-built class operation, by address, through the classes and through their descriptors.

@@ -1,5 +1,6 @@
 #include "ApiHandler.h"
 
+#include "AsciiText.h"
 #include "BearerToken.h"
 #include "IdempotencyStore.h"
 #include "Money.h"
@@ -19,12 +20,6 @@ using nlohmann::json;
 
 constexpr std::int64_t kMaxQuantity = 999;
 constexpr std::size_t kMaxItemsPerCharge = 100;
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-    return text;
-}
 
 ApiReply invalid(std::string message) { return ApiReply::error(422, "invalid_request", message); }
 

@@ -1,5 +1,7 @@
 #include "BearerToken.h"
 
+#include "AsciiText.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -7,12 +9,6 @@
 namespace pmssandbox {
 
 namespace {
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-    return text;
-}
 
 ApiReply invalid(std::string_view code, std::string_view message) {
     ApiReply reply = ApiReply::error(401, code, message);

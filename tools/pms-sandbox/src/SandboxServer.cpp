@@ -3,6 +3,7 @@
 #include "AdminApi.h"
 #include "ApiHandler.h"
 #include "ApiReply.h"
+#include "AsciiText.h"
 #include "BearerToken.h"
 #include "BookingTable.h"
 #include "ConnectionDropper.h"
@@ -42,12 +43,6 @@ constexpr time_t kKeepAliveSeconds = 1;
 constexpr std::size_t kRequestsPerConnection = 1000;
 // Connections waiting to be accepted, on top of those the workers hold.
 constexpr int kListenBacklog = 128;
-
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
 
 RecordedRequest record(const httplib::Request& req) {
     RecordedRequest recorded;

@@ -1,5 +1,6 @@
 #include "Seed.h"
 
+#include "AsciiText.h"
 #include "Money.h"
 
 #include <nlohmann/json.hpp>
@@ -96,12 +97,6 @@ bool isDate(const std::string& text) {
 
 bool isCurrencyCode(const std::string& text) {
     return text.size() == 3 && std::all_of(text.begin(), text.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
-}
-
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
 }
 
 void insertUnique(std::set<std::string>& seen, const std::string& value, const std::string& where) {
