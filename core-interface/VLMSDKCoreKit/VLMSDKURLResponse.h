@@ -30,6 +30,9 @@ public:
 
     /// The first header named `name` (ASCII case-insensitive), if any.
     std::optional<std::string> headerValue(std::string_view name) const;
+    /// The service's own id of this request (its X-Request-Id header), the first thing its team asks for in a
+    /// support ticket; absent if it sent none.
+    std::optional<std::string> requestID() const { return headerValue("X-Request-Id"); }
 
 private:
     std::string url_;

@@ -52,7 +52,7 @@ void VLMSDKOperationTelemetry::reportEnded(const VLMSDKURLResponse* response, co
         end.error = error;
         if (response) {
             end.statusCode = response->statusCode();
-            end.requestID = response->headerValue("X-Request-Id").value_or(std::string());
+            end.requestID = response->requestID().value_or(std::string());
         }
         o.operationEnded(*this, end);
     });

@@ -242,7 +242,7 @@ VLMSDKAttemptEvent VLMSDKHTTPAttempt::attemptEvent(const VLMSDKHTTPReply& reply)
     event.bytesReceived = body.size();
     if (reply.response) {
         event.statusCode = reply.response->statusCode();
-        if (auto id = reply.response->headerValue("X-Request-Id")) event.requestID = std::move(*id);
+        if (auto id = reply.response->requestID()) event.requestID = std::move(*id);
     }
     if (reply.error) event.errorCode = reply.error->code();
     return event;

@@ -275,7 +275,7 @@ private:
         const auto finishWith = [&](Result result, VLMErrorPtr failure) {
             // The service's id of the request, for the support ticket an error may become.
             if (failure && replied) {
-                if (auto requestID = replied->headerValue("X-Request-Id"))
+                if (auto requestID = replied->requestID())
                     failure = VLMError::withRequestID(failure, std::move(*requestID));
             }
             if (controlled && controlled->control.telemetry) controlled->control.telemetry->reportEnded(replied, failure);

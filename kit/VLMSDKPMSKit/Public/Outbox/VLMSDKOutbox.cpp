@@ -272,7 +272,7 @@ public:
             }
         }
         if (error && attempt.response) {
-            if (auto requestID = attempt.response->headerValue("X-Request-Id"))
+            if (auto requestID = attempt.response->requestID())
                 error = VLMError::withRequestID(error, std::move(*requestID));
         }
         if (telemetry) telemetry->reportEnded(attempt.response.get(), error);
