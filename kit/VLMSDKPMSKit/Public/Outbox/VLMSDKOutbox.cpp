@@ -175,10 +175,11 @@ public:
 
     // Sends the head of each reservation's line that is due, up to the in-flight cap; ends expired ones.
     void startDueItems() {
-        const auto now = Clock::now();
         nextDue_.reset();
         std::set<std::string> lines;  // reservations whose head was seen
         const auto pending = store_->pendingItems();
+        // Read after the items: an item enqueued while they were read is never younger than no time at all.
+        const auto now = Clock::now();
         pendingCount_ = pending.size();
         for (const auto& item : pending) {
             if (!lines.insert(item.reservationID).second) continue;  // waits for an earlier item of its reservation
