@@ -7,11 +7,7 @@
 namespace {
 
 VLMSDKMappedValue currencyCodeOfText(std::string_view text) {
-    std::size_t begin = 0;
-    std::size_t end = text.size();
-    while (begin < end && vlmsdk::detail::isASCIISpace(text[begin])) ++begin;
-    while (end > begin && vlmsdk::detail::isASCIISpace(text[end - 1])) --end;
-    std::string code(text.substr(begin, end - begin));
+    std::string code(vlmsdk::detail::trimmedASCII(text));
     // ASCII only: a locale must not change what a currency code becomes.
     for (char& c : code) {
         if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');

@@ -24,8 +24,7 @@ constexpr int kMaxMappedDepth = 100;
 
 // The number that the whole of `text` spells (white space around it allowed), in decimal or exponent form.
 bool numberFromText(std::string_view text, double& number) {
-    while (!text.empty() && vlmsdk::detail::isASCIISpace(text.front())) text.remove_prefix(1);
-    while (!text.empty() && vlmsdk::detail::isASCIISpace(text.back())) text.remove_suffix(1);
+    text = vlmsdk::detail::trimmedASCII(text);
     const bool negative = !text.empty() && text.front() == '-';
     if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
     // Only digits or a point may follow the sign: "inf", "nan" and a second sign are no amounts.

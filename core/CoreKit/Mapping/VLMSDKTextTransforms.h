@@ -6,8 +6,13 @@
 
 namespace vlmsdk::detail {
 
-/// White space as the C locale has it, whatever the process's locale is.
-inline bool isASCIISpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
+/// `text` without the white space at either end, as the C locale has it, whatever the process's locale is.
+inline std::string_view trimmedASCII(std::string_view text) {
+    const auto space = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; };
+    while (!text.empty() && space(text.front())) text.remove_prefix(1);
+    while (!text.empty() && space(text.back())) text.remove_suffix(1);
+    return text;
+}
 
 /// The order of the mapping's key index: by length first, so that most comparisons end without reading
 /// the text.

@@ -1,5 +1,6 @@
 #include "ReservationStore.h"
 
+#include "AsciiText.h"
 #include "JsonView.h"
 #include "Money.h"
 #include "Payment.h"
@@ -20,14 +21,7 @@ namespace {
 constexpr std::int64_t kBalanceLimitCents = 100'000'000'000'000;
 
 // Guests type references and names by hand: ignore case and stray spaces.
-std::string folded(std::string_view text) {
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front()))) text.remove_prefix(1);
-    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.remove_suffix(1);
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return out;
-}
+std::string folded(std::string_view text) { return lowered(std::string(trimmed(text))); }
 
 bool nameMatches(const Booking& booking, const std::string& lastName) {
     if (folded(booking.bookerLastName) == lastName) return true;
