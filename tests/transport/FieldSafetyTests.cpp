@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -28,36 +29,51 @@ using Mode = VLMSDKHTTPRequestManager::Options::Mode;
 using Transport = VLMSDKHTTPRequestManager::Options::Transport;
 
 // Gives the tokens of its list in turn (the last one again when they run out; an empty one is a failed
-// fetch), each fetch held until the test opens the gate.
+// fetch), each fetch held until the test opens the gate; each token expires `lifetime` after it is given
+// (0: never; below 0: before).
 class ListProvider final : public VLMSDKCredentialsProvider {
 public:
-    explicit ListProvider(std::vector<std::string> tokens, bool open = true) : tokens_(std::move(tokens)), open_(open) {}
+    explicit ListProvider(std::vector<std::string> tokens, bool open = true,
+                          std::chrono::milliseconds lifetime = std::chrono::milliseconds::zero())
+        : tokens_(std::move(tokens)), open_(open), lifetime_(lifetime) {}
     void fetchToken(Completion completion) override {
         std::string token;
         {
             std::unique_lock lock(mutex_);
             opened_.wait(lock, [&] { return open_; });
             token = tokens_[std::min(fetches_++, tokens_.size() - 1)];
+            given_["Bearer " + token] = std::chrono::steady_clock::now();
         }
         if (token.empty()) {
             completion(std::nullopt, VLMError::errorWithCode(VLMErrorCode::Transport, "sign-in",
                                                              "the sign-in service is down", "f", "file"));
             return;
         }
-        completion(VLMSDKAccessToken{token}, nullptr);
+        VLMSDKAccessToken access{token};
+        if (lifetime_.count() != 0) access.expiresAt = std::chrono::system_clock::now() + lifetime_;
+        completion(std::move(access), nullptr);
     }
     void open() {
         std::lock_guard lock(mutex_);
         open_ = true;
         opened_.notify_all();
     }
+    /// Whether `authorization` is a token this provider gave that has not expired.
+    bool accepts(const std::string& authorization) {
+        std::lock_guard lock(mutex_);
+        const auto given = given_.find(authorization);
+        return given != given_.end() &&
+               (lifetime_.count() == 0 || std::chrono::steady_clock::now() - given->second < lifetime_);
+    }
 
 private:
     std::mutex mutex_;
     std::condition_variable opened_;
     std::vector<std::string> tokens_;
+    std::map<std::string, std::chrono::steady_clock::time_point> given_;
     std::size_t fetches_ = 0;
     bool open_;
+    const std::chrono::milliseconds lifetime_;
 };
 
 struct Outcome {
@@ -133,20 +149,28 @@ TEST_P(FieldSafetyTest, A401FetchesTheTokenAnewAndSendsAnyMethodOnceMoreASecondE
         s.Post("/r", answer);
     });
     // status 0: no answer, the request ends with an Authentication error naming the provider's failure.
-    struct Row { const char* method; std::vector<std::string> tokens; long status; int sent; };
+    // A token that expired before it was given is the best the provider has: sent, not fetched again in a loop.
+    struct Row {
+        const char* method;
+        std::vector<std::string> tokens;
+        long status;
+        int sent;
+        std::chrono::milliseconds lifetime;
+    };
     const Row rows[] = {
-        {"GET", {"stale", "good"}, 200, 2},
-        {"POST", {"stale", "good"}, 200, 2},
-        {"GET", {"stale", "still-stale"}, 401, 2},
-        {"GET", {"good"}, 200, 1},
-        {"POST", {""}, 0, 0},
-        {"GET", {"stale", ""}, 0, 1},
+        {"GET", {"stale", "good"}, 200, 2, 0ms},
+        {"POST", {"stale", "good"}, 200, 2, 0ms},
+        {"GET", {"stale", "still-stale"}, 401, 2, 0ms},
+        {"GET", {"good"}, 200, 1, 0ms},
+        {"GET", {"good"}, 200, 1, -1000ms},
+        {"POST", {""}, 0, 0, 0ms},
+        {"GET", {"stale", ""}, 0, 1, 0ms},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.method) + " " + row.tokens.front());
         seen = 0;
         VLMSDKRequestBuilder builder(server.url("/"));
-        builder.setCredentialsProvider(std::make_shared<ListProvider>(row.tokens));
+        builder.setCredentialsProvider(std::make_shared<ListProvider>(row.tokens, true, row.lifetime));
         VLMSDKHTTPRequestManager manager(options());
         Outcomes outcomes(1);
         auto request = std::string(row.method) == "GET" ? builder.GETWithPath("r", std::nullopt)
@@ -211,6 +235,44 @@ TEST_P(FieldSafetyTest, RequestsWaitingForATokenShareOneFetchAndACancelAnswersOn
     EXPECT_EQ(cancelled.error->code(), VLMErrorCode::Cancelled);
     EXPECT_EQ(seen.load(), static_cast<int>(kRequests));
     EXPECT_EQ(builder.credentials()->fetchCount(), 1u);
+}
+
+// Requests that waited for one fetch leave in turn through one slot: one whose token went stale while it waited
+// for the slot does not send it but waits for the next fetch. Sent as it stood, the stale token was refused,
+// and a request whose second token also went stale in the line ended with an authentication error.
+TEST_P(FieldSafetyTest, ATokenThatWentStaleWhileItsRequestWaitedForASlotIsNeverSent) {
+    constexpr auto kLifetime = 800ms;  // the credentials use it for 600 ms: a quarter is kept back
+    auto provider = std::make_shared<ListProvider>(std::vector<std::string>{"t1", "t2", "t3", "t4", "t5", "t6"},
+                                                   true, kLifetime);
+    std::atomic<int> refused{0};
+    TestHTTPServer server([&](httplib::Server& s) {
+        s.Get("/r", [&](const httplib::Request& request, httplib::Response& response) {
+            if (!provider->accepts(request.get_header_value("Authorization"))) {
+                ++refused;
+                response.status = 401;
+                return;
+            }
+            std::this_thread::sleep_for(150ms);
+            response.status = 200;
+        });
+    });
+    VLMSDKRequestBuilder builder(server.url("/"));
+    builder.setCredentialsProvider(provider);
+    auto slow = options();
+    slow.maximumLiveTransfers = 1;
+    VLMSDKHTTPRequestManager manager(slow);
+    constexpr std::size_t kRequests = 8;  // 1.2 s in line: longer than a token lives
+    Outcomes outcomes(kRequests);
+    for (std::size_t i = 0; i < kRequests; ++i) {
+        manager.performDataTaskRequest(builder.GETWithPath("r", std::nullopt), outcomes.completion(i));
+    }
+    ASSERT_TRUE(outcomes.wait());
+    for (std::size_t i = 0; i < kRequests; ++i) {
+        const Outcome outcome = outcomes.at(i);
+        EXPECT_EQ(outcome.error, nullptr) << i << ": " << outcome.error->description();
+    }
+    EXPECT_EQ(refused.load(), 0);
+    EXPECT_GE(builder.credentials()->fetchCount(), 2u);
 }
 
 // Answers each request on connection 0 naming "rsv_other", and on later ones the reservation the path asks for.

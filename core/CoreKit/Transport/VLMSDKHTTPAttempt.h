@@ -24,6 +24,7 @@ struct VLMSDKHTTPPendingRequest {
     std::uint64_t id = 0;  ///< a number unique in the process for a request that is cancellable or keyed; else 0
     std::uint32_t attempt = 1;
     bool authorizationRefreshed = false;  ///< sent again after a 401 with a token fetched anew: not again
+    bool staleWhenGiven = false;  ///< its token was past its freshness when its fetch ended: sent as it is
     std::shared_ptr<const VLMSDKReplyExpectation> expectedReply{};
     std::shared_ptr<const std::string> authorization{};  ///< "Bearer ..." from the request's credentials
     std::shared_ptr<const VLMSDKOperationTelemetry> telemetry{};  ///< told of each attempt's end, when present

@@ -409,9 +409,16 @@ bool VLMSDKHTTPScheduler::attemptEnded(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAtt
 
 bool VLMSDKHTTPScheduler::authorize(VLMSDKHTTPPendingRequest& pending) {
     const auto& credentials = pending.request->credentials();
-    if (!credentials || pending.authorization) return true;
-    pending.authorization = credentials->freshAuthorization();
-    if (pending.authorization) return true;
+    if (!credentials) return true;
+    // A token given by a fetch may have gone stale while its request waited for a slot: sent, it would be
+    // refused, and a line longer than a token's life would end requests in errors.
+    if (auto fresh = credentials->freshAuthorization()) {
+        pending.authorization = std::move(fresh);
+        return true;
+    }
+    // One already stale as its fetch ended is the best there is: asking again would only loop.
+    if (pending.authorization && pending.staleWhenGiven) return true;
+    pending.authorization = nullptr;
     try {
         if (pending.id == 0) pending.id = newRequestID();
         awaitingToken_.push_back(std::move(pending));
@@ -447,14 +454,23 @@ void VLMSDKHTTPScheduler::takeTokens(std::vector<VLMSDKHTTPTokenArrival>& arriva
             complete(pending.completion, {nullptr, nullptr, std::move(error)});
             continue;
         }
+        pending.staleWhenGiven = pending.request->credentials()->freshAuthorization() != arrival.authorization;
         pending.authorization = std::move(arrival.authorization);
         try {
-            waiting_.push(std::move(pending));
+            tokenGiven_.push_back(std::move(pending));
         } catch (const std::exception&) {
             complete(pending.completion, {nullptr, nullptr, outOfMemory_});
         }
     }
     arrivals.clear();
+    // They had reached the head of the line before they waited, so they go first: behind a long line their
+    // token would go stale again.
+    try {
+        waiting_.pushFront(tokenGiven_);
+    } catch (const std::exception&) {
+        for (auto& pending : tokenGiven_) complete(pending.completion, {nullptr, nullptr, outOfMemory_});
+        tokenGiven_.clear();
+    }
 }
 
 bool VLMSDKHTTPScheduler::refreshAfterRefusal(VLMSDKHTTPAttempt& attempt, const VLMSDKHTTPReply& reply) {

@@ -9,6 +9,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -94,8 +96,8 @@ private:
     void cancelOne(std::uint64_t id);
     // Sends the ended attempt again later if the retry policy says so; false if not.
     bool retryLater(VLMSDKHTTPAttempt& attempt, VLMSDKHTTPAttemptEnd end, const VLMSDKHTTPReply& reply);
-    // Gives the request the cached token of its credentials; false when it must wait for one (it is then
-    // kept in awaitingToken_ until the token comes).
+    // Gives the request, just before it is sent, the fresh token of its credentials; false when it must wait
+    // for one (it is then kept in awaitingToken_ until the token comes).
     bool authorize(VLMSDKHTTPPendingRequest& pending);
     // Sends the request again, with a token fetched anew, after its first 401; false if not.
     bool refreshAfterRefusal(VLMSDKHTTPAttempt& attempt, const VLMSDKHTTPReply& reply);
@@ -133,6 +135,12 @@ private:
         std::size_t head = 0;
         bool empty() const { return head == items.size(); }
         void push(VLMSDKHTTPPendingRequest&& pending) { items.push_back(std::move(pending)); }
+        // Ahead of every waiting request, in their order: `first` had reached the head before.
+        void pushFront(std::vector<VLMSDKHTTPPendingRequest>& first) {
+            items.insert(items.begin() + static_cast<std::ptrdiff_t>(head), std::make_move_iterator(first.begin()),
+                         std::make_move_iterator(first.end()));
+            first.clear();
+        }
         VLMSDKHTTPPendingRequest pop() {
             VLMSDKHTTPPendingRequest first = std::move(items[head++]);
             if (head == items.size()) {
@@ -151,6 +159,7 @@ private:
     std::vector<Delayed> delayed_;
     // Requests waiting for their credentials' token (the driving thread's), in no order.
     std::vector<VLMSDKHTTPPendingRequest> awaitingToken_;
+    std::vector<VLMSDKHTTPPendingRequest> tokenGiven_;  // those takeTokens gives back to the line, kept for its storage
     VLMSDKHTTPRetryRule retryRule_;
     // In the order they are offered a request: the first that carries it takes it.
     std::vector<std::unique_ptr<VLMSDKTransportAdapter>> adapters_;
