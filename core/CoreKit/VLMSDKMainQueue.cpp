@@ -68,6 +68,12 @@ std::size_t pumpRound(Queue& q, PumpBuffers& b, std::chrono::steady_clock::time_
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     long timeout = std::clamp<long long>(left.count(), 0, INT_MAX);
+    {
+        // Before the sources look at their work: work handed to one after its look is then woken for. Set
+        // only after the looks, a wake-up given between was skipped and the wait slept through the work.
+        std::lock_guard lock(q.mutex);
+        q.mainThreadWaiting = timeout > 0;
+    }
     for (const auto& source : b.sources) {
         b.firsts.push_back(b.descriptors.size());
         const int limit = source->prepareWait(b.descriptors);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <VLMSDKCoreKit/VLMSDKExport.h>
+
 #include <memory>
 #include <span>
 #include <vector>
@@ -26,13 +28,14 @@ public:
 
 /// Adds `source` to those the pumping main thread waits on and dispatches; any thread. The queue holds
 /// it until `detachMainQueueSource`.
-void attachMainQueueSource(std::shared_ptr<VLMSDKMainQueueSource> source);
+VLMSDK_INTERNAL void attachMainQueueSource(std::shared_ptr<VLMSDKMainQueueSource> source);
 
 /// Removes `source`; any thread, idempotent. A dispatch already under way on the main thread finishes.
-void detachMainQueueSource(const VLMSDKMainQueueSource* source);
+VLMSDK_INTERNAL void detachMainQueueSource(const VLMSDKMainQueueSource* source);
 
-/// Ends a wait of the pumping main thread at once; any thread, and costs nothing when it is not waiting.
-void wakeMainQueue();
+/// Ends a wait of the pumping main thread at once, or the one it is about to begin once its sources have
+/// prepared; any thread, and costs nothing when it is not pumping.
+VLMSDK_INTERNAL void wakeMainQueue();
 
 /// Whether the host has installed an executor (VLMSDKMainQueue::setExecutor).
 bool mainQueueHasExecutor();

@@ -1,8 +1,12 @@
 #include <VLMSDKCoreKit/VLMSDKMainQueue.h>
 
+#include "VLMSDKMainQueueSource.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -56,6 +60,47 @@ TEST(MainQueue, RunUntilWakesForATaskPostedLaterFromAnotherThread) {
     std::thread poster([&] { VLMSDKMainQueue::async([&] { done = true; }); });
     EXPECT_TRUE(VLMSDKMainQueue::runUntil([&] { return done; }, 10s));
     poster.join();
+}
+
+// Work that reaches a source just after it looked and found none comes with a wake-up (the request manager's
+// pumped mode gets tokens and requests from other threads so): the wait that follows must end for it. Given
+// before the queue marked itself waiting, the wake-up was skipped and the wait lasted the caller's whole limit.
+TEST(MainQueue, AWakeUpGivenWhileTheSourcesLookAtTheirWorkEndsTheWaitThatFollows) {
+    struct LateSource final : vlmsdk::detail::VLMSDKMainQueueSource {
+        int looks = 0;
+        std::atomic<bool> ready{false};
+        bool done = false;
+        int prepareWait(std::vector<pollfd>&) override {
+            if (ready) return 0;
+            // The second look is a waiting round's: another thread hands the work over just after it.
+            if (++looks == 2) std::thread([this] { ready = true, vlmsdk::detail::wakeMainQueue(); }).join();
+            return -1;
+        }
+        void dispatch(std::span<const pollfd>) override { done = done || ready; }
+    };
+    auto source = std::make_shared<LateSource>();
+    vlmsdk::detail::attachMainQueueSource(source);
+    // A hang guard, never a measure: had the wake-up been lost, only its task would end the wait.
+    std::mutex mutex;
+    std::condition_variable stop;
+    bool stopped = false;
+    std::atomic<bool> guardEndedTheWait{false};
+    std::thread guard([&] {
+        std::unique_lock lock(mutex);
+        if (stop.wait_for(lock, 20s, [&] { return stopped; })) return;
+        guardEndedTheWait = true;
+        VLMSDKMainQueue::async([] {});
+    });
+    EXPECT_TRUE(VLMSDKMainQueue::runUntil([&] { return source->done; }, 60s));
+    {
+        std::lock_guard lock(mutex);
+        stopped = true;
+    }
+    stop.notify_all();
+    guard.join();
+    vlmsdk::detail::detachMainQueueSource(source.get());
+    EXPECT_GE(source->looks, 2);
+    EXPECT_FALSE(guardEndedTheWait);
 }
 
 TEST(MainQueue, ADrainGoesOnPastAThrowingTaskAndRunsTasksQueuedByTasks) {
