@@ -62,16 +62,13 @@ void wake(Queue& q) {
 std::size_t pumpRound(Queue& q, PumpBuffers& b, std::chrono::steady_clock::time_point deadline) {
     b.descriptors.assign(1, pollfd{q.wakeup.descriptor(), POLLIN, 0});
     b.firsts.clear();
-    {
-        std::lock_guard lock(q.mutex);
-        b.sources = q.sources;
-    }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     long timeout = std::clamp<long long>(left.count(), 0, INT_MAX);
     {
-        // Before the sources look at their work: work handed to one after its look is then woken for. Set
-        // only after the looks, a wake-up given between was skipped and the wait slept through the work.
         std::lock_guard lock(q.mutex);
+        b.sources = q.sources;
+        // Marked before the sources look at their work, so that work handed to one after its look is woken
+        // for. Marked only after the looks, a wake-up given between was skipped and the wait slept through it.
         q.mainThreadWaiting = timeout > 0;
     }
     for (const auto& source : b.sources) {
